@@ -53,7 +53,7 @@ std::string parent_path(const std::string &path) {
 // its own width (text to 1).
 std::vector<ParamLayout> lay_out(const ObjectDef &def, uint32_t *record_size) {
     std::vector<ParamLayout> out;
-    uint32_t end = def.reserved_end;
+    uint32_t end = def.counter_offset >= 0 ? uint32_t(def.counter_offset) + 2 : 0;
     for (size_t i = 0; i < def.param_count; i++) {
         const ParamDef &p = def.params[i];
         if (p.offset >= 0)
@@ -210,6 +210,13 @@ bool dm_in_subtree(const ObjectLayout *obj, uint32_t root) {
         if (o->def->oid == root)
             return true;
     return false;
+}
+
+const ObjectLayout *dm_counter_owner(const ObjectLayout *obj) {
+    for (const ObjectLayout *o = obj; o; o = o->parent)
+        if (o->def->counter_offset >= 0)
+            return o;
+    return nullptr;
 }
 
 } // namespace zns

@@ -25,7 +25,9 @@ struct ObjectDef {
     const char *path; // "InternetGatewayDevice.LANDevice.{i}.Hosts.Host.{i}"
     const ParamDef *params;
     size_t param_count;
-    uint16_t reserved_end; // bytes [0, reserved_end) that the store keeps itself
+    // Byte of a 16-bit counter that the store moves on every change in the
+    // object's subtree, or -1.
+    int32_t counter_offset;
 };
 
 struct ParamLayout {
@@ -66,5 +68,7 @@ int dm_parse_path(const char *path, bool allow_param, const ObjectLayout **obj, 
                   const ParamLayout **param);
 // Whether obj lies in the subtree of the object with OID root (itself included).
 bool dm_in_subtree(const ObjectLayout *obj, uint32_t root);
+// The nearest object at or above obj that keeps a change counter, or nullptr.
+const ObjectLayout *dm_counter_owner(const ObjectLayout *obj);
 
 } // namespace zns

@@ -131,46 +131,46 @@ constexpr ParamDef kUpgradeStep[] = {
     {"Enable", BOOL, -1, 1}, {"Time", S, -1, 32}, {"URL", S, -1, 256},
 };
 
-#define ZNS_OBJ(oid, path, params, reserved) {oid, path, params, sizeof params / sizeof params[0], reserved}
-#define ZNS_NODE(oid, path) {oid, path, nullptr, 0, 0}
+#define ZNS_OBJ(oid, path, params, counter) {oid, path, params, sizeof params / sizeof params[0], counter}
+#define ZNS_NODE(oid, path) {oid, path, nullptr, 0, -1}
 
 // Parents stand before their children.
 constexpr ObjectDef kModel[] = {
     ZNS_NODE(1, "InternetGatewayDevice"),
-    ZNS_OBJ(2, "InternetGatewayDevice.DeviceInfo", kDeviceInfo, 0),
-    ZNS_OBJ(3, "InternetGatewayDevice.LANDevice.{i}", kLanDevice, 0),
-    ZNS_OBJ(4, "InternetGatewayDevice.LANDevice.{i}.LANHostConfigManagement", kLanHostConfig, 0),
-    ZNS_OBJ(5, "InternetGatewayDevice.LANDevice.{i}.LANHostConfigManagement.IPInterface.{i}", kIpInterface, 0),
-    ZNS_OBJ(6, "InternetGatewayDevice.LANDevice.{i}.LANEthernetInterfaceConfig.{i}", kLanEthernet, 0),
-    ZNS_OBJ(7, "InternetGatewayDevice.LANDevice.{i}.WLANConfiguration.{i}", kWlanConfig, 0),
-    // Bytes 8-9 of Hosts hold the store's change counter of the subtree.
-    ZNS_OBJ(155, "InternetGatewayDevice.LANDevice.{i}.Hosts", kHosts, 10),
-    ZNS_OBJ(156, "InternetGatewayDevice.LANDevice.{i}.Hosts.Host.{i}", kHost, 0),
-    ZNS_OBJ(159, "InternetGatewayDevice.LANDevice.{i}.Hosts.OfflineHost.{i}", kOfflineHost, 0),
-    ZNS_OBJ(161, "InternetGatewayDevice.LANDevice.{i}.Hosts.X_ZN_TempMacTable.{i}", kTempMac, 0),
-    ZNS_OBJ(167, "InternetGatewayDevice.LANDevice.{i}.Hosts.X_ZN_HostCustomise.{i}", kHostCustomise, 0),
+    ZNS_OBJ(2, "InternetGatewayDevice.DeviceInfo", kDeviceInfo, -1),
+    ZNS_OBJ(3, "InternetGatewayDevice.LANDevice.{i}", kLanDevice, -1),
+    ZNS_OBJ(4, "InternetGatewayDevice.LANDevice.{i}.LANHostConfigManagement", kLanHostConfig, -1),
+    ZNS_OBJ(5, "InternetGatewayDevice.LANDevice.{i}.LANHostConfigManagement.IPInterface.{i}", kIpInterface, -1),
+    ZNS_OBJ(6, "InternetGatewayDevice.LANDevice.{i}.LANEthernetInterfaceConfig.{i}", kLanEthernet, -1),
+    ZNS_OBJ(7, "InternetGatewayDevice.LANDevice.{i}.WLANConfiguration.{i}", kWlanConfig, -1),
+    // The flash-save timer watches the change counter at byte 8 of Hosts.
+    ZNS_OBJ(155, "InternetGatewayDevice.LANDevice.{i}.Hosts", kHosts, 8),
+    ZNS_OBJ(156, "InternetGatewayDevice.LANDevice.{i}.Hosts.Host.{i}", kHost, -1),
+    ZNS_OBJ(159, "InternetGatewayDevice.LANDevice.{i}.Hosts.OfflineHost.{i}", kOfflineHost, -1),
+    ZNS_OBJ(161, "InternetGatewayDevice.LANDevice.{i}.Hosts.X_ZN_TempMacTable.{i}", kTempMac, -1),
+    ZNS_OBJ(167, "InternetGatewayDevice.LANDevice.{i}.Hosts.X_ZN_HostCustomise.{i}", kHostCustomise, -1),
     ZNS_NODE(20, "InternetGatewayDevice.WANDevice.{i}"),
-    ZNS_OBJ(21, "InternetGatewayDevice.WANDevice.{i}.WANCommonInterfaceConfig", kWanCommon, 0),
+    ZNS_OBJ(21, "InternetGatewayDevice.WANDevice.{i}.WANCommonInterfaceConfig", kWanCommon, -1),
     ZNS_NODE(22, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}"),
-    ZNS_OBJ(23, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANIPConnection.{i}", kWanIpConnection, 0),
-    ZNS_OBJ(24, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANPPPConnection.{i}", kWanPppConnection, 0),
-    ZNS_OBJ(275, "InternetGatewayDevice.X_ZN_SystemConfig", kSystemConfig, 0),
-    ZNS_OBJ(389, "InternetGatewayDevice.X_ZN_WiFi", kWifi, 0),
-    ZNS_OBJ(390, "InternetGatewayDevice.X_ZN_WiFi.Radio.{i}", kRadio, 0),
-    ZNS_OBJ(399, "InternetGatewayDevice.X_ZN_WiFi.SSID.{i}", kSsid, 0),
-    ZNS_OBJ(400, "InternetGatewayDevice.X_ZN_WiFi.SSID.{i}.Security", kSsidSecurity, 0),
-    ZNS_OBJ(401, "InternetGatewayDevice.X_ZN_WiFi.SSID.{i}.WPS", kWps, 0),
-    ZNS_OBJ(424, "InternetGatewayDevice.X_ZN_Mesh", kMesh, 0),
+    ZNS_OBJ(23, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANIPConnection.{i}", kWanIpConnection, -1),
+    ZNS_OBJ(24, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANPPPConnection.{i}", kWanPppConnection, -1),
+    ZNS_OBJ(275, "InternetGatewayDevice.X_ZN_SystemConfig", kSystemConfig, -1),
+    ZNS_OBJ(389, "InternetGatewayDevice.X_ZN_WiFi", kWifi, -1),
+    ZNS_OBJ(390, "InternetGatewayDevice.X_ZN_WiFi.Radio.{i}", kRadio, -1),
+    ZNS_OBJ(399, "InternetGatewayDevice.X_ZN_WiFi.SSID.{i}", kSsid, -1),
+    ZNS_OBJ(400, "InternetGatewayDevice.X_ZN_WiFi.SSID.{i}.Security", kSsidSecurity, -1),
+    ZNS_OBJ(401, "InternetGatewayDevice.X_ZN_WiFi.SSID.{i}.WPS", kWps, -1),
+    ZNS_OBJ(424, "InternetGatewayDevice.X_ZN_Mesh", kMesh, -1),
     ZNS_NODE(30, "InternetGatewayDevice.X_ZN_EXT"),
-    ZNS_OBJ(31, "InternetGatewayDevice.X_ZN_EXT.X_ZN_LED", kLed, 0),
+    ZNS_OBJ(31, "InternetGatewayDevice.X_ZN_EXT.X_ZN_LED", kLed, -1),
     ZNS_NODE(32, "InternetGatewayDevice.X_ZN_GatewaySleep"),
-    ZNS_OBJ(33, "InternetGatewayDevice.X_ZN_GatewaySleep.SleepTimer.{i}", kSleepTimer, 0),
-    ZNS_OBJ(272, "InternetGatewayDevice.X_ZN_BridgeData", kBridgeData, 0),
-    ZNS_OBJ(34, "InternetGatewayDevice.CMCC_TimedTask.{i}", kTimedTask, 0),
-    ZNS_OBJ(35, "InternetGatewayDevice.CMCC_DeviceLimit.{i}", kDeviceLimit, 0),
+    ZNS_OBJ(33, "InternetGatewayDevice.X_ZN_GatewaySleep.SleepTimer.{i}", kSleepTimer, -1),
+    ZNS_OBJ(272, "InternetGatewayDevice.X_ZN_BridgeData", kBridgeData, -1),
+    ZNS_OBJ(34, "InternetGatewayDevice.CMCC_TimedTask.{i}", kTimedTask, -1),
+    ZNS_OBJ(35, "InternetGatewayDevice.CMCC_DeviceLimit.{i}", kDeviceLimit, -1),
     ZNS_NODE(36, "InternetGatewayDevice.X_ZN_UpgradeTask"),
-    ZNS_OBJ(37, "InternetGatewayDevice.X_ZN_UpgradeTask.Download", kUpgradeStep, 0),
-    ZNS_OBJ(38, "InternetGatewayDevice.X_ZN_UpgradeTask.Upgrade", kUpgradeStep, 0),
+    ZNS_OBJ(37, "InternetGatewayDevice.X_ZN_UpgradeTask.Download", kUpgradeStep, -1),
+    ZNS_OBJ(38, "InternetGatewayDevice.X_ZN_UpgradeTask.Upgrade", kUpgradeStep, -1),
 };
 
 #undef ZNS_OBJ

@@ -16,8 +16,6 @@ namespace zns {
 namespace {
 
 constexpr uint32_t kMagic = 0x5a4e5331; // "ZNS1"
-constexpr uint32_t kHostsOid = 155;
-constexpr uint32_t kHostsCounterOffset = 8;
 
 uint32_t model_signature() {
     // FNV-1a over every object's layout: a region made by a build with
@@ -115,17 +113,17 @@ Region *region_create_or_open() {
     return r;
 }
 
-void bump_hosts_counter(Region *r, const ObjectLayout *obj, zns_ia_t ia) {
-    if (!dm_in_subtree(obj, kHostsOid))
+void bump_counter(Region *r, const ObjectLayout *obj, zns_ia_t ia) {
+    const ObjectLayout *owner = dm_counter_owner(obj);
+    if (!owner)
         return;
-    const ObjectLayout *hosts = dm_object(kHostsOid);
     uint32_t idx[kMaxDepth];
-    for (int i = 0; i < hosts->depth; i++)
+    for (int i = 0; i < owner->depth; i++)
         idx[i] = ia_index(ia, i);
-    Slot *s = slot_find(r, kHostsOid, ia_make(idx, hosts->depth));
+    Slot *s = slot_find(r, owner->def->oid, ia_make(idx, owner->depth));
     if (!s)
         return;
-    auto *counter = reinterpret_cast<uint16_t *>(static_cast<uint8_t *>(slot_record(r, s)) + kHostsCounterOffset);
+    auto *counter = reinterpret_cast<uint16_t *>(static_cast<uint8_t *>(slot_record(r, s)) + owner->def->counter_offset);
     __atomic_store_n(counter, uint16_t(*counter + 1), __ATOMIC_RELEASE);
 }
 
@@ -258,7 +256,7 @@ int region_add(Region *r, const ObjectLayout *obj, zns_ia_t ia, const std::vecto
     apply_values(obj, rec, values);
     s->ia = ia;
     store_release(&s->state, kSlotLive);
-    bump_hosts_counter(r, obj, ia);
+    bump_counter(r, obj, ia);
     return 0;
 }
 
@@ -275,7 +273,7 @@ int region_delete(Region *r, const ObjectLayout *obj, zns_ia_t ia) {
             store_release(&s->state, kSlotFree);
     }
     store_release(&target->state, kSlotFree);
-    bump_hosts_counter(r, obj, ia);
+    bump_counter(r, obj, ia);
     return 0;
 }
 
@@ -284,7 +282,7 @@ int region_set(Region *r, Slot *s, const std::vector<ParamValue> &values) {
     if (!obj || check_values(obj, values))
         return -1;
     if (apply_values(obj, static_cast<uint8_t *>(slot_record(r, s)), values))
-        bump_hosts_counter(r, obj, s->ia);
+        bump_counter(r, obj, s->ia);
     return 0;
 }
 
