@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -135,10 +136,11 @@ bool apply_values(const ObjectLayout *obj, uint8_t *rec, const std::vector<Param
         const ParamLayout *p = dm_param(obj, v.name.c_str());
         uint8_t *field = rec + p->offset;
         if (p->type == ZNS_TYPE_STRING) {
-            size_t n = v.bytes.size();
-            if (std::memcmp(field, v.bytes.data(), n) != 0 || field[n] != 0)
+            const std::string text(v.bytes.begin(), v.bytes.end());
+            const size_t n = text.size();
+            if (text.compare(0, n, reinterpret_cast<const char *>(field), strnlen(reinterpret_cast<char *>(field), p->size)) != 0)
                 changed = true;
-            std::memcpy(field, v.bytes.data(), n);
+            std::memcpy(field, text.c_str(), n);
             std::memset(field + n, 0, p->size - n);
         } else {
             if (std::memcmp(field, v.bytes.data(), p->size) != 0)
@@ -216,8 +218,9 @@ const char *value_check(const ParamLayout *p, const ParamValue &v) {
     if (v.type != p->type)
         return "wrong type";
     if (p->type == ZNS_TYPE_STRING)
-        return v.bytes.size() < p->size && !std::memchr(v.bytes.data(), 0, v.bytes.size()) ? nullptr
-                                                                                         : "text too long";
+        return v.bytes.size() >= p->size                                          ? "text too long"
+               : std::find(v.bytes.begin(), v.bytes.end(), 0) != v.bytes.end() ? "NUL inside text"
+                                                                                : nullptr;
     if (v.bytes.size() != p->size)
         return "wrong width";
     if (p->type == ZNS_TYPE_BOOL && v.bytes[0] > 1)
