@@ -1,0 +1,27 @@
+// The agent's log channels. The module log belongs to the platform; the
+// host tracker's own log prints to standard output under a threshold that a
+// file changes at run time.
+#pragma once
+
+#include "znsmsg.h"
+
+#define ZN_MODULE_NAME "zns_event_agent"
+
+// Module log with the caller's file, function and line.
+#define ZN_LOG(level, ...) zns_log_print(__FILE__, __func__, __LINE__, (level), __VA_ARGS__)
+
+// Host tracker log, module index 0.
+#define LANHOST_LOG(level, ...) zn_event_lanhost_log(0, (level), __func__, __LINE__, __VA_ARGS__)
+
+constexpr int kLanhostLogModules = 3;
+extern int zn_event_lanhost_log_levels[kLanhostLogModules];
+
+// Thresholds 0, 3, 3: slot 0, the one in use, starts silent.
+void zn_event_lanhost_log_init();
+// Prints "[time][zn_even_agent]func#line text\n" when the module's threshold >= level.
+void zn_event_lanhost_log(int module, int level, const char *func, int line, const char *fmt, ...)
+    __attribute__((format(printf, 5, 6)));
+// The threshold that the debug file at path asks for, or current when it
+// asks for none: a first line of up to 7 characters read as a decimal number,
+// taken when it is not negative.
+int zn_event_lanhost_debug_level(const char *path, int current);

@@ -1,0 +1,54 @@
+#include "agent_threads.h"
+
+#include <cstdio>
+
+#include "agent_log.h"
+
+char province[32];
+
+namespace {
+
+pthread_t lanhostThread;
+
+enum class Report { Stdout, ModuleLog };
+
+struct Worker {
+    void *(*entry)(void *);
+    pthread_t *handle;
+    Report channel;
+    const char *failure;
+    bool tracker; // the tracker's log is initialised just before it starts
+};
+
+// The workers in their order of creation.
+constexpr Worker kWorkers[] = {
+    {zn_event_lanhost_thread, &lanhostThread, Report::ModuleLog, "create zn_event_lanhost_thread failed\n", true},
+};
+
+constexpr size_t kWorkerCount = sizeof kWorkers / sizeof kWorkers[0];
+size_t created;
+
+} // namespace
+
+int thread_init() {
+    for (const Worker &w : kWorkers) {
+        if (w.tracker) {
+            zn_event_lanhost_log_init();
+            LANHOST_LOG(1, "zn_event_lanhost_thread run");
+        }
+        if (pthread_create(w.handle, nullptr, w.entry, nullptr) != 0) {
+            if (w.channel == Report::Stdout)
+                puts(w.failure);
+            else
+                ZN_LOG(1, "%s", w.failure);
+            return -1;
+        }
+        created++;
+    }
+    return 0;
+}
+
+void thread_join() {
+    for (size_t i = 0; i < created && i < kWorkerCount; i++)
+        pthread_join(*kWorkers[i].handle, nullptr);
+}

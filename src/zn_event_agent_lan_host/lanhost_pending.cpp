@@ -1,0 +1,25 @@
+// Callbacks whose work comes with later parts of the tracker: each socket is
+// drained so that the loop doesn't spin on it, and what arrived is dropped.
+#include <sys/socket.h>
+
+#include "lanhost.h"
+
+namespace {
+
+void drain(evutil_socket_t fd) {
+    char buf[2048];
+    recv(fd, buf, sizeof buf, MSG_DONTWAIT);
+}
+
+} // namespace
+
+void zn_event_lanhost_neighbor_read_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_httpSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_dhcpSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_arpreply_read_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_bridge_dhcpSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_ipv6MulticastSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_dhcp6sAddrSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_radvdSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
+void zn_event_lanhost_macfilter_timer_cb(evutil_socket_t, short, void *) {}
+void zn_event_lanhost_macAgeingDetect_timer_cb(evutil_socket_t, short, void *) {}

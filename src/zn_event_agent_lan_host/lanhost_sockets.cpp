@@ -1,0 +1,189 @@
+// The tracker's eight sockets, each bound where its peer expects it.
+#include <arpa/inet.h>
+#include <linux/rtnetlink.h>
+#include <linux/if_packet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "agent_log.h"
+#include "lanhost.h"
+#include "lanhost_bpf.h"
+#include "libzn.h"
+
+namespace {
+
+constexpr const char kHttpGreeting[] = "user space lanhost http thread";
+constexpr size_t kHttpGreetingSize = 1040;
+constexpr uint16_t kBootpServerPort = 67;
+
+int netlink_sock_init(int *fd, sockaddr_nl *addr, int protocol, uint32_t port_id, uint32_t groups) {
+    memset(addr, 0, sizeof *addr);
+    addr->nl_family = AF_NETLINK;
+    addr->nl_pid = port_id;
+    addr->nl_groups = groups;
+    int s = socket(AF_NETLINK, SOCK_RAW, protocol);
+    if (s < 0) {
+        LANHOST_LOG(1, "socket fail:%s", strerror(errno));
+        return -1;
+    }
+    if (bind(s, reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
+        LANHOST_LOG(1, "bind fail");
+        return -1;
+    }
+    *fd = s;
+    return 0;
+}
+
+int unix_dgram_sock_init(int *fd, sockaddr_un *addr, const char *path) {
+    memset(addr, 0, sizeof *addr);
+    addr->sun_family = AF_UNIX;
+    snprintf(addr->sun_path, sizeof addr->sun_path, "%s", path);
+    int s = socket(AF_UNIX, SOCK_DGRAM, 0);
+    if (s < 0) {
+        LANHOST_LOG(1, "socket fail:%s", strerror(errno));
+        return -1;
+    }
+    unlink(path); // a file left by an earlier run would refuse the bind
+    if (bind(s, reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
+        LANHOST_LOG(1, "bind fail");
+        return -1;
+    }
+    *fd = s;
+    return 0;
+}
+
+// A packet socket on the bridge that sees only what the filter lets through.
+template <size_t N>
+int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N], const char *bind_failure) {
+    int s = socket(AF_PACKET, SOCK_RAW, htons(protocol));
+    if (s < 0) {
+        LANHOST_LOG(1, "socket fail");
+        return -1;
+    }
+    sock_fprog prog{N, const_cast<sock_filter *>(filter)};
+    if (setsockopt(s, SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof prog) < 0) {
+        LANHOST_LOG(1, "failed to attach filter rule");
+        close(s);
+        return -1;
+    }
+    ifreq ifr;
+    memset(&ifr, 0, sizeof ifr);
+    snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", kLanBridge);
+    if (ioctl(s, SIOCGIFINDEX, &ifr) < 0) {
+        LANHOST_LOG(1, "ioctl fail");
+        close(s);
+        return -1;
+    }
+    const int ifindex = ifr.ifr_ifindex;
+    memset(&ifr, 0, sizeof ifr);
+    snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", kLanBridge);
+    if (ioctl(s, SIOCGIFHWADDR, &ifr) < 0) {
+        LANHOST_LOG(1, "ioctl fail");
+        close(s);
+        return -1;
+    }
+    sockaddr_ll sll;
+    memset(&sll, 0, sizeof sll);
+    sll.sll_family = AF_PACKET;
+    sll.sll_ifindex = ifindex;
+    sll.sll_halen = ETH_ALEN;
+    memcpy(sll.sll_addr, ifr.ifr_hwaddr.sa_data, ETH_ALEN);
+    if (bind(s, reinterpret_cast<sockaddr *>(&sll), sizeof sll) < 0) {
+        LANHOST_LOG(1, "%s", bind_failure);
+        close(s);
+        return -1;
+    }
+    *fd = s;
+    return 0;
+}
+
+} // namespace
+
+int zn_event_neighbor_netlink_sock_init(int *fd, sockaddr_nl *addr) {
+    return netlink_sock_init(fd, addr, NETLINK_ROUTE, uint32_t(getpid()) | kNeighborPortIdTag, RTMGRP_NEIGH);
+}
+
+int zn_event_httpAgent_netlink_sock_init(int *fd, sockaddr_nl *addr) {
+    utsname uts;
+    memset(&uts, 0, sizeof uts);
+    uname(&uts);
+    char cmd[256];
+    snprintf(cmd, sizeof cmd, "insmod /lib/modules/%s/extra/http_UserAgent_check.ko > /dev/null 2> /dev/null",
+             uts.release);
+    zn_do_cmd(cmd);
+    if (netlink_sock_init(fd, addr, kHttpAgentProtocol, uint32_t(getpid()), 0) < 0)
+        return -1;
+    auto *greeting = static_cast<nlmsghdr *>(calloc(1, kHttpGreetingSize));
+    if (!greeting) {
+        LANHOST_LOG(1, "malloc nlmsghdr failed!\n");
+        return -1;
+    }
+    greeting->nlmsg_len = kHttpGreetingSize;
+    greeting->nlmsg_pid = uint32_t(getpid());
+    memcpy(NLMSG_DATA(greeting), kHttpGreeting, sizeof kHttpGreeting);
+    sockaddr_nl kernel;
+    memset(&kernel, 0, sizeof kernel);
+    kernel.nl_family = AF_NETLINK;
+    iovec iov{greeting, kHttpGreetingSize};
+    msghdr msg;
+    memset(&msg, 0, sizeof msg);
+    msg.msg_name = &kernel;
+    msg.msg_namelen = sizeof kernel;
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    sendmsg(*fd, &msg, 0);
+    free(greeting);
+    return 0;
+}
+
+int zn_event_dhcp_unix_sock_init(int *fd, sockaddr_un *addr) { return unix_dgram_sock_init(fd, addr, kLeaseTimeSocket); }
+
+int zn_event_dhcp6s_address_sock_init(int *fd, sockaddr_un *addr) {
+    return unix_dgram_sock_init(fd, addr, kDhcp6sAddressSocket);
+}
+
+int zn_event_radvd_address_sock_init(int *fd, sockaddr_un *addr) {
+    return unix_dgram_sock_init(fd, addr, kRadvdPrefixSocket);
+}
+
+int zn_event_arpPing_raw_sock_init(int *fd) {
+    return packet_sock_init(fd, ETHERTYPE_ARP, lanhost_bpf::kArp, "ioctl fail");
+}
+
+int zn_event_icmpv6_raw_sock_init(int *fd) {
+    return packet_sock_init(fd, ETHERTYPE_IPV6, lanhost_bpf::kNeighbourAdvert, "createIpv6Socket bind error");
+}
+
+int zn_event_bridge_dhcp_sock_init(int *fd) {
+    int s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    if (s < 0) {
+        LANHOST_LOG(1, "socket fail:%s", strerror(errno));
+        return -1;
+    }
+    int one = 1;
+    if (setsockopt(s, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) < 0) {
+        LANHOST_LOG(1, "setsockopt fail:%s", strerror(errno));
+        close(s);
+        return -1;
+    }
+    sockaddr_in sin;
+    memset(&sin, 0, sizeof sin);
+    sin.sin_family = AF_INET;
+    sin.sin_port = htons(kBootpServerPort);
+    if (bind(s, reinterpret_cast<sockaddr *>(&sin), sizeof sin) < 0) {
+        LANHOST_LOG(1, "bind fail:%s", strerror(errno));
+        close(s);
+        return -1;
+    }
+    *fd = s;
+    return 0;
+}

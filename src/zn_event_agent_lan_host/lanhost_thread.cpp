@@ -1,0 +1,162 @@
+// The tracker's thread: its store handle, sockets and timers on one event
+// loop, and the timers that belong to no other part of the tracker.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "agent_log.h"
+#include "lanhost.h"
+#include "libzn.h"
+
+zns_xml_handle_t *storeHandle;
+event_base *lanhostEventBase;
+char gatewayBaseMac[kMacTextSize];
+
+namespace {
+
+constexpr size_t kHostsSaveCounterAt = 8;
+uint16_t hostsSaveMark;
+
+struct Timer {
+    event_callback_fn cb;
+    int seconds;
+};
+
+// The periodic timers, in their order of registration.
+constexpr Timer kTimers[] = {
+    {zn_event_lanhost_macfilter_timer_cb, 5},
+    {zn_event_lanhost_macAgeingDetect_timer_cb, 2},
+    {zn_event_lanhost_save_flash_timer_cb, 5},
+    {zn_event_lanhost_log_level_cb, 5},
+};
+
+struct Sockets {
+    int neighbor = -1, http = -1, dhcp = -1, arp = -1, bridgeDhcp = -1, icmpv6 = -1, dhcp6s = -1, radvd = -1;
+};
+
+// Creates the eight sockets in their order; false at the first failure.
+bool create_sockets(Sockets *s) {
+    sockaddr_nl nl;
+    sockaddr_un un;
+    LANHOST_LOG(1, "neighbor sock");
+    if (zn_event_neighbor_netlink_sock_init(&s->neighbor, &nl) < 0)
+        return false;
+    LANHOST_LOG(3, "http sock");
+    if (zn_event_httpAgent_netlink_sock_init(&s->http, &nl) < 0)
+        return false;
+    LANHOST_LOG(3, "dhcp sock");
+    if (zn_event_dhcp_unix_sock_init(&s->dhcp, &un) < 0)
+        return false;
+    LANHOST_LOG(3, "arp ping sock");
+    if (zn_event_arpPing_raw_sock_init(&s->arp) < 0)
+        return false;
+    LANHOST_LOG(3, "bridge dhcp sock");
+    if (zn_event_bridge_dhcp_sock_init(&s->bridgeDhcp) < 0)
+        return false;
+    LANHOST_LOG(3, "ipv6 icmpv6 sock");
+    if (zn_event_icmpv6_raw_sock_init(&s->icmpv6) < 0)
+        return false;
+    LANHOST_LOG(3, "dhcp6s address socket");
+    if (zn_event_dhcp6s_address_sock_init(&s->dhcp6s, &un) < 0)
+        return false;
+    LANHOST_LOG(3, "radvd address socket");
+    return zn_event_radvd_address_sock_init(&s->radvd, &un) == 0;
+}
+
+// The events live as long as the loop; nothing removes them.
+bool add_events(const Sockets &s) {
+    const struct {
+        int fd;
+        event_callback_fn cb;
+    } reads[] = {
+        {s.neighbor, zn_event_lanhost_neighbor_read_cb},
+        {s.arp, zn_event_lanhost_arpreply_read_cb},
+        {s.http, zn_event_lanhost_httpSockRead_cb},
+        {s.dhcp, zn_event_lanhost_dhcpSockRead_cb},
+        {s.bridgeDhcp, zn_event_lanhost_bridge_dhcpSockRead_cb},
+        {s.icmpv6, zn_event_lanhost_ipv6MulticastSockRead_cb},
+        {s.dhcp6s, zn_event_lanhost_dhcp6sAddrSockRead_cb},
+        {s.radvd, zn_event_lanhost_radvdSockRead_cb},
+    };
+    for (const auto &r : reads) {
+        event *ev = event_new(lanhostEventBase, r.fd, EV_READ | EV_PERSIST, r.cb, nullptr);
+        if (!ev || event_add(ev, nullptr) < 0)
+            return false;
+    }
+    for (const Timer &t : kTimers) {
+        event *ev = event_new(lanhostEventBase, -1, EV_PERSIST, t.cb, nullptr);
+        timeval period{t.seconds, 0};
+        if (!ev || event_add(ev, &period) < 0)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int getGatewayBaseMacaddr() {
+    FILE *f = fopen(kMacAddrBaseFile, "r");
+    if (!f) {
+        ZN_LOG(1, "fopen fail\n");
+        return -1;
+    }
+    char mac[kMacTextSize] = "";
+    int got = fscanf(f, "%17[^\n]", mac);
+    fclose(f);
+    if (got != 1) {
+        ZN_LOG(4, "--MAC address file is NULL!!\n");
+        return -1;
+    }
+    memcpy(gatewayBaseMac, mac, sizeof mac);
+    return 0;
+}
+
+void zn_event_lanhost_save_flash_timer_cb(evutil_socket_t, short, void *) {
+    auto *hosts = static_cast<const uint8_t *>(znsXml_GetObjectByName(storeHandle, kHostsPath, 1));
+    if (!hosts) {
+        LANHOST_LOG(1, "couldn't get object by %s!!!", kHostsPath);
+        return;
+    }
+    uint16_t counter;
+    memcpy(&counter, hosts + kHostsSaveCounterAt, sizeof counter);
+    if (counter != hostsSaveMark)
+        znsXml_SaveNoReply(storeHandle);
+    hostsSaveMark = counter;
+}
+
+void zn_event_lanhost_log_level_cb(evutil_socket_t, short, void *) {
+    zn_event_lanhost_log_levels[0] = zn_event_lanhost_debug_level(kLanhostDebugFile, zn_event_lanhost_log_levels[0]);
+}
+
+void *zn_event_lanhost_thread(void *) {
+    storeHandle = zns_xmlShmInit();
+    if (!storeHandle) {
+        LANHOST_LOG(1, "XMLSHMINIT init error\n");
+        return nullptr;
+    }
+    if (access(kLanhostDebugFile, F_OK) != 0) {
+        if (FILE *f = fopen(kLanhostDebugFile, "w+"))
+            fclose(f);
+        else
+            perror(kLanhostDebugFile);
+    }
+    zn_event_lanhost_log_init();
+    getGatewayBaseMacaddr();
+    LANHOST_LOG(1, "enter");
+    Sockets sockets;
+    if (!create_sockets(&sockets) || !(lanhostEventBase = event_base_new()) || !add_events(sockets)) {
+        LANHOST_LOG(1, "init fail");
+    } else {
+        LANHOST_LOG(3, "event_base_dispatch");
+        // Forget what the kernel knows of the LAN: every host is then reported
+        // anew as its frames pass the bridge.
+        libzn_dosystem("echo 1 > /sys/class/net/br0/bridge/flush");
+        libzn_dosystem("ip neighbor flush dev br0");
+        event_base_dispatch(lanhostEventBase);
+    }
+    zns_xmlShmDeInit(&storeHandle);
+    LANHOST_LOG(1, "exit");
+    return nullptr;
+}
