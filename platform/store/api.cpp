@@ -222,6 +222,7 @@ int znsXml_restoreDefaultXml(int kind) {
         RegionLock lock(handle.region);
         region_clear(handle.region);
         tree_load(handle.region, dm_defaults(), nullptr);
+        region_reset_counters(handle.region);
     }
     return save(&handle);
 }

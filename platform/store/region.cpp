@@ -58,10 +58,14 @@ int init_lock(pthread_mutex_t *m) {
 // is none or it can't be read.
 void region_fill(Region *r) {
     std::string saved;
-    if (read_file(kSaveFile, &saved) == 0 && tree_load(r, saved.c_str(), nullptr) == 0)
-        return;
-    region_clear(r);
-    tree_load(r, dm_defaults(), nullptr);
+    std::string bad;
+    if (read_file(kSaveFile, &saved) != 0 || tree_load(r, saved.c_str(), &bad) != 0) {
+        if (!bad.empty())
+            fprintf(stderr, "zns store: %s: bad line \"%s\"; starting from the defaults\n", kSaveFile, bad.c_str());
+        region_clear(r);
+        tree_load(r, dm_defaults(), nullptr);
+    }
+    region_reset_counters(r);
 }
 
 Region *region_create_or_open() {
@@ -292,6 +296,16 @@ int region_set(Region *r, Slot *s, const std::vector<ParamValue> &values) {
 void region_clear(Region *r) {
     for (uint32_t i = 0; i < r->slot_hwm; i++)
         store_release(&r->slots[i].state, kSlotFree);
+}
+
+void region_reset_counters(Region *r) {
+    for (uint32_t i = 0; i < r->slot_hwm; i++) {
+        const Slot *s = &r->slots[i];
+        const ObjectLayout *obj = slot_live(s) ? dm_object(s->oid) : nullptr;
+        if (obj && obj->def->counter_offset >= 0)
+            __atomic_store_n(reinterpret_cast<uint16_t *>(static_cast<uint8_t *>(slot_record(r, s)) + obj->def->counter_offset),
+                             uint16_t(0), __ATOMIC_RELEASE);
+    }
 }
 
 } // namespace zns

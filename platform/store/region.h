@@ -77,6 +77,8 @@ int region_delete(Region *r, const ObjectLayout *obj, zns_ia_t ia);
 int region_set(Region *r, Slot *s, const std::vector<ParamValue> &values);
 // Empties the region; used before a load of the defaults.
 void region_clear(Region *r);
+// Zeroes every change counter: a tree just loaded has not changed yet.
+void region_reset_counters(Region *r);
 
 // Checks a value against its parameter; the reason when it doesn't fit.
 const char *value_check(const ParamLayout *p, const ParamValue &v);
