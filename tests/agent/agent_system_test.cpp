@@ -22,7 +22,7 @@ namespace {
 
 constexpr const char *kAgentOut = "/tmp/agent.out";
 constexpr const char *kSaved = "/userconfig/config/zns_store.conf";
-constexpr const char *kPcMac = "02:00:00:00:10:01";
+constexpr const char *kGoneMac = "02:00:00:00:99:99";
 
 pid_t start_agent() {
     pid_t pid = fork();
@@ -63,10 +63,11 @@ protected:
 };
 
 TEST_F(Agent, StartsBindsEverySocketGreetsAndFlushesTheBridge) {
-    // What the kernel knew of the host before the start, and a stale socket file.
-    ASSERT_EQ(sh("vgw host exec pc ping -c 1 -W 2 192.168.1.1").status, 0);
-    ASSERT_TRUE(has(sh("bridge fdb show br br0").out, kPcMac));
-    ASSERT_TRUE(has(sh("ip neigh show dev br0").out, "192.168.1.10"));
+    // What the kernel knew before the start, of a station that has gone
+    // quiet for good, and a stale socket file.
+    ASSERT_EQ(sh("bridge fdb add 02:00:00:00:99:99 dev eth1 master dynamic").status, 0);
+    ASSERT_EQ(sh("ip neigh add 192.168.1.99 lladdr 02:00:00:00:99:99 dev br0 nud stale").status, 0);
+    ASSERT_TRUE(has(sh("bridge fdb show br br0").out, kGoneMac));
     ASSERT_EQ(sh("touch /tmp/leasetime_unix").status, 0);
 
     pid_t pid = start_agent();
@@ -77,7 +78,7 @@ TEST_F(Agent, StartsBindsEverySocketGreetsAndFlushesTheBridge) {
                                              "/extra/http_UserAgent_check.ko"))
         << sh("vgw stubs").out;
     EXPECT_TRUE(eventually([] {
-        return !has(sh("bridge fdb show br br0").out, kPcMac) && !has(sh("ip neigh show dev br0").out, "192.168.1.10");
+        return !has(sh("bridge fdb show br br0").out, kGoneMac) && !has(sh("ip neigh show dev br0").out, "192.168.1.99");
     })) << sh("bridge fdb show br br0; ip neigh show dev br0").out;
     EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), 0) << "the agent keeps running";
     stop_agent(pid);
