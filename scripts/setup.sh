@@ -4,7 +4,7 @@ set -euo pipefail
 export DEBIAN_FRONTEND=noninteractive
 apt-get update -qq
 apt-get install -y -qq --no-install-recommends \
-    build-essential cmake pkg-config clang \
+    build-essential cmake pkg-config clang libclang-rt-14-dev \
     libevent-dev libblkid-dev libgtest-dev libgmock-dev googletest libbenchmark-dev \
     iproute2 util-linux procps kmod iputils-ping iputils-arping udhcpc curl dnsmasq-base \
     >/dev/null

@@ -8,3 +8,6 @@ bash scripts/build.sh build
 (cd build && ctest --output-on-failure)
 bash scripts/build.sh build-asan -DZN_SANITIZE=ON
 (cd build-asan && ctest --output-on-failure)
+# Every parser of outside bytes under libFuzzer for a short while, from its corpus.
+CC=clang CXX=clang++ bash scripts/build.sh build-fuzz -DZN_FUZZ=ON
+(cd build-fuzz && ctest --output-on-failure -L fuzz)
