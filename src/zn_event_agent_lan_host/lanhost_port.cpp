@@ -1,0 +1,118 @@
+// What a host's bridge port means: its store path, its kind, and whether a
+// bridged WAN connection serves it.
+#include <cstdio>
+#include <cstring>
+
+#include "agent_log.h"
+#include "lanhost.h"
+#include "lanhost_table.h"
+
+namespace {
+
+struct PortKind {
+    const char *prefix;
+    const char *numberAfter; // the port number n follows this text
+    const char *type;        // interfacetype
+    const char *pathBase;    // the instance number follows
+    int offset;              // added to n for the instance number
+    int devtype;
+};
+
+constexpr const char kEthernetPath[] = "InternetGatewayDevice.LANDevice.1.LANEthernetInterfaceConfig.";
+constexpr const char kWlanPath[] = "InternetGatewayDevice.LANDevice.1.WLANConfiguration.";
+
+// First match wins: "rax" stands before "ra".
+constexpr PortKind kPortKinds[] = {
+    {"eth", "eth", "Ethernet", kEthernetPath, 1, 3},
+    {"lan", "lan", "Ethernet", kEthernetPath, 1, 3},
+    {"rax", "rax", "802.11", kWlanPath, 1, 1},
+    {"ra", "ra", "802.11", kWlanPath, 9, 1},
+    {"wlan2", "wlan2.", "802.11", kWlanPath, 1, 1},
+    {"wlan0", "wlan0.", "802.11", kWlanPath, 9, 1},
+};
+
+// The number behind lead in name as "%d" reads it; 0 when there is none.
+int port_number(const char *name, const char *lead) {
+    const size_t n = strlen(lead);
+    int value = 0;
+    if (strncmp(name, lead, n) == 0)
+        sscanf(name + n, "%d", &value);
+    return value;
+}
+
+constexpr int kWanConnectionDevices = 16;
+constexpr int kWanConnections = 8;
+
+struct WanConnection {
+    const char *name;
+    size_t typeAt;     // connection-type text
+    size_t bindingAt;  // LAN-binding text
+};
+
+constexpr WanConnection kWanConnectionKinds[] = {
+    {"WANIPConnection", 86, 1739},
+    {"WANPPPConnection", 83, 2047},
+};
+
+zns_ia_t host_instance(int index) { return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 2, "1,%d", index); }
+
+} // namespace
+
+int wrapperZns_lanhost_get_maxNum() { return kLanhostMaxNum; }
+
+void *wrapperZns_get_lanhost_byMac(const uint8_t *mac) {
+    constexpr size_t kMacAt = 16;
+    for (int i = 1; i <= wrapperZns_lanhost_get_maxNum(); i++) {
+        auto *obj = static_cast<uint8_t *>(znsXml_GetObjectByOID(storeHandle, kOidHost, host_instance(i), 1));
+        if (obj && memcmp(obj + kMacAt, mac, 6) == 0)
+            return obj;
+    }
+    return nullptr;
+}
+
+void wrapperZns_lanhost_get_l2Interface(const char *brPortName, char *layer2Interface, char *interfacetype,
+                                        int32_t *devtype) {
+    for (const PortKind &k : kPortKinds) {
+        if (strncmp(brPortName, k.prefix, strlen(k.prefix)) != 0)
+            continue;
+        snprintf(layer2Interface, sizeof(lhost::Layer2Interface), "%s%d", k.pathBase,
+                 port_number(brPortName, k.numberAfter) + k.offset);
+        copy_text(interfacetype, sizeof(lhost::interfacetype), k.type);
+        *devtype = k.devtype;
+        return;
+    }
+}
+
+int wrapperZns_lanhost_l2Interface_is_bridge(lhost *host) {
+    if (!host) {
+        LANHOST_LOG(1, "input lhost is not valid!!");
+        return 0;
+    }
+    if (host->Layer2Interface[0] == '\0')
+        wrapperZns_lanhost_get_l2Interface(host->brPortName, host->Layer2Interface, host->interfacetype,
+                                           &host->devtype);
+    LANHOST_LOG(1, "lhost: brPortName=%s, Layer2Interface=%s, interfacetype=%s, devtype=%d", host->brPortName,
+                host->Layer2Interface, host->interfacetype, host->devtype);
+    char path[160];
+    const int wan = 1;
+    snprintf(path, sizeof path, "InternetGatewayDevice.WANDevice.%d", wan);
+    if (!znsXml_GetObjectByName(storeHandle, path, 1))
+        return 0;
+    for (int c = 1; c <= kWanConnectionDevices; c++) {
+        snprintf(path, sizeof path, "InternetGatewayDevice.WANDevice.%d.WANConnectionDevice.%d", wan, c);
+        if (!znsXml_GetObjectByName(storeHandle, path, 1))
+            continue;
+        for (const WanConnection &kind : kWanConnectionKinds) {
+            for (int i = 1; i <= kWanConnections; i++) {
+                snprintf(path, sizeof path, "InternetGatewayDevice.WANDevice.%d.WANConnectionDevice.%d.%s.%d", wan, c,
+                         kind.name, i);
+                auto *obj = static_cast<const char *>(znsXml_GetObjectByName(storeHandle, path, 1));
+                if (obj && strstr(obj + kind.typeAt, "Bridged") && strstr(obj + kind.bindingAt, host->Layer2Interface)) {
+                    LANHOST_LOG(3, "find %s in ip_interface", path);
+                    return 1;
+                }
+            }
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,91 @@
+// The host list and the list of pending DHCP requests.
+#include "lanhost_table.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+
+#include "agent_log.h"
+
+lhost *hostListHead;
+dhcpRequestEntry *dhcpRequestListHead;
+
+namespace {
+
+// Unlinks node from the singly linked list at head; whether it was there.
+template <typename T> bool unlink_node(T **head, T *node) {
+    for (T **link = head; *link; link = &(*link)->next) {
+        if (*link == node) {
+            *link = node->next;
+            return true;
+        }
+    }
+    return false;
+}
+
+int del_timer(event **timer, const char *what) {
+    if (*timer) {
+        event_del(*timer);
+        event_free(*timer);
+        *timer = nullptr;
+    }
+    LANHOST_LOG(3, "%s", what);
+    return 0;
+}
+
+} // namespace
+
+bool copy_text(char *dst, size_t n, const char *src, size_t len) {
+    if (n == 0)
+        return false;
+    size_t have = src ? strnlen(src, len) : 0;
+    size_t take = have < n ? have : n - 1;
+    if (take)
+        memcpy(dst, src, take);
+    dst[take] = '\0';
+    return take == have;
+}
+
+lhost *list_init_add_lhost() {
+    auto *host = static_cast<lhost *>(calloc(1, sizeof(lhost)));
+    if (!host) {
+        LANHOST_LOG(1, "malloc fail\n");
+        return nullptr;
+    }
+    host->next = hostListHead;
+    hostListHead = host;
+    return host;
+}
+
+lhost *list_find_lhost(const char *macText) {
+    for (lhost *h = hostListHead; h; h = h->next)
+        if (strcasecmp(h->macAddr, macText) == 0)
+            return h;
+    return nullptr;
+}
+
+void list_del_lhost(lhost *host) {
+    if (!host || !unlink_node(&hostListHead, host))
+        return;
+    if (host->arpTimer)
+        wrapper_libevent_lhost_delArptimer(host);
+    if (host->icmp6Timer)
+        wrapper_libevent_lhost_delIcmp6timer(host);
+    free(host);
+}
+
+dhcpRequestEntry *list_find_dhcpRequestEntry(const char *macText) {
+    for (dhcpRequestEntry *e = dhcpRequestListHead; e; e = e->next)
+        if (strcmp(e->macAddr, macText) == 0)
+            return e;
+    return nullptr;
+}
+
+void list_del_dhcpRequestEntry(dhcpRequestEntry *entry) {
+    if (entry && unlink_node(&dhcpRequestListHead, entry))
+        free(entry);
+}
+
+int wrapper_libevent_lhost_delArptimer(lhost *host) { return del_timer(&host->arpTimer, "del arpping timer"); }
+
+int wrapper_libevent_lhost_delIcmp6timer(lhost *host) { return del_timer(&host->icmp6Timer, "del icmp6 timer"); }
