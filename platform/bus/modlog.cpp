@@ -70,17 +70,13 @@ void zns_log_print(const char *file, const char *func, int line, int level, cons
     std::lock_guard<std::mutex> g(mu);
     if (level > threshold_locked())
         return;
-    char text[1024];
     va_list ap;
     va_start(ap, fmt);
-    vsnprintf(text, sizeof text, fmt, ap);
+    const std::string text = znp::format_line(fmt, ap);
     va_end(ap);
-    size_t n = strlen(text);
-    while (n && (text[n - 1] == '\n' || text[n - 1] == '\r'))
-        text[--n] = '\0';
     char out[1400];
     int len = snprintf(out, sizeof out, "%s[%d] %s:%d %s(): %s\n", module.c_str(), level, file ? file : "?", line,
-                       func ? func : "?", text);
+                       func ? func : "?", text.c_str());
     if (len > 0)
         fwrite(out, 1, std::min<size_t>(size_t(len), sizeof out - 1), stderr);
 }

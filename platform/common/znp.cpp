@@ -112,4 +112,13 @@ int board_list(std::string *out) {
     return 0;
 }
 
+std::string format_line(const char *fmt, va_list ap) {
+    char text[1024];
+    vsnprintf(text, sizeof text, fmt, ap);
+    size_t n = strlen(text);
+    while (n && (text[n - 1] == '\n' || text[n - 1] == '\r'))
+        n--;
+    return std::string(text, n);
+}
+
 } // namespace znp

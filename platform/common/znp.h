@@ -2,6 +2,7 @@
 // journal of outward effects and the board settings file.
 #pragma once
 
+#include <cstdarg>
 #include <string>
 
 namespace znp {
@@ -21,5 +22,8 @@ int board_get(const std::string &key, std::string *value);
 // in a key. 0 or -1.
 int board_set(const std::string &key, const std::string &value);
 int board_list(std::string *out);
+
+// fmt with its values, without trailing line ends: the caller adds one.
+std::string format_line(const char *fmt, va_list ap) __attribute__((format(printf, 1, 0)));
 
 } // namespace znp

@@ -64,15 +64,12 @@ int libzn_dosystem(const char *cmd) { return cmd ? system(cmd) : -1; }
 int zn_do_cmd(const char *cmd) { return cmd ? system(cmd) : -1; }
 
 void libzn_logPrint(const char *tag, const char *file, const char *func, int line, const char *fmt, ...) {
-    char text[1024];
     va_list ap;
     va_start(ap, fmt);
-    vsnprintf(text, sizeof text, fmt, ap);
+    const std::string text = znp::format_line(fmt, ap);
     va_end(ap);
-    size_t n = strlen(text);
-    while (n && (text[n - 1] == '\n' || text[n - 1] == '\r'))
-        text[--n] = '\0';
-    fprintf(stderr, "[%s] %s:%d %s(): %s\n", tag ? tag : "libzn", file ? file : "?", line, func ? func : "?", text);
+    fprintf(stderr, "[%s] %s:%d %s(): %s\n", tag ? tag : "libzn", file ? file : "?", line, func ? func : "?",
+            text.c_str());
 }
 
 } // extern "C"

@@ -51,13 +51,23 @@ int resolve(const char *path, Target *t) {
     return dm_parse_path(path, false, &t->obj, &t->ia, nullptr);
 }
 
+// The parameter name of the object at path; reports and returns nullptr when either is unknown.
+const ParamLayout *resolve_param(const char *path, const char *name, Target *t) {
+    if (resolve(path, t) != 0) {
+        fail(path, "no such object path");
+        return nullptr;
+    }
+    const ParamLayout *p = dm_param(t->obj, name);
+    if (!p)
+        fail(name, "no such parameter");
+    return p;
+}
+
 int cmd_set(zns_xml_handle_t *h, const char *path, const char *name, const char *type, const char *text) {
     Target t;
-    if (resolve(path, &t) != 0)
-        return fail(path, "no such object path");
-    const ParamLayout *p = dm_param(t.obj, name);
+    const ParamLayout *p = resolve_param(path, name, &t);
     if (!p)
-        return fail(name, "no such parameter");
+        return 1;
     if (!type_matches(type, p->type))
         return fail(type, "not the parameter's type");
     ParamValue v;
@@ -80,11 +90,9 @@ int cmd_set(zns_xml_handle_t *h, const char *path, const char *name, const char 
 
 int cmd_get(zns_xml_handle_t *h, const char *path, const char *name) {
     Target t;
-    if (resolve(path, &t) != 0)
-        return fail(path, "no such object path");
-    const ParamLayout *p = dm_param(t.obj, name);
+    const ParamLayout *p = resolve_param(path, name, &t);
     if (!p)
-        return fail(name, "no such parameter");
+        return 1;
     const void *rec = znsXml_GetObjectByOID(h, t.obj->def->oid, t.ia, 1);
     if (!rec)
         return fail(path, "object not present");

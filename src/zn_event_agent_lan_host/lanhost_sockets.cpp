@@ -75,28 +75,25 @@ int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N],
         close(s);
         return -1;
     }
-    ifreq ifr;
-    memset(&ifr, 0, sizeof ifr);
-    snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", kLanBridge);
-    if (ioctl(s, SIOCGIFINDEX, &ifr) < 0) {
+    // A fresh request for each query, as the driver may write any of it.
+    auto query = [s](unsigned long request, ifreq *ifr) {
+        memset(ifr, 0, sizeof *ifr);
+        snprintf(ifr->ifr_name, sizeof ifr->ifr_name, "%s", kLanBridge);
+        return ioctl(s, request, ifr) >= 0;
+    };
+    ifreq index, hwaddr;
+    if (!query(SIOCGIFINDEX, &index) || !query(SIOCGIFHWADDR, &hwaddr)) {
         LANHOST_LOG(1, "ioctl fail");
         close(s);
         return -1;
     }
-    const int ifindex = ifr.ifr_ifindex;
-    memset(&ifr, 0, sizeof ifr);
-    snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", kLanBridge);
-    if (ioctl(s, SIOCGIFHWADDR, &ifr) < 0) {
-        LANHOST_LOG(1, "ioctl fail");
-        close(s);
-        return -1;
-    }
+    const int ifindex = index.ifr_ifindex;
     sockaddr_ll sll;
     memset(&sll, 0, sizeof sll);
     sll.sll_family = AF_PACKET;
     sll.sll_ifindex = ifindex;
     sll.sll_halen = ETH_ALEN;
-    memcpy(sll.sll_addr, ifr.ifr_hwaddr.sa_data, ETH_ALEN);
+    memcpy(sll.sll_addr, hwaddr.ifr_hwaddr.sa_data, ETH_ALEN);
     if (bind(s, reinterpret_cast<sockaddr *>(&sll), sizeof sll) < 0) {
         LANHOST_LOG(1, "%s", bind_failure);
         close(s);
