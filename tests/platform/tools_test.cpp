@@ -175,3 +175,23 @@ TEST(Tools, ServicesFollowTheBoardAndJournalTheirEffects) {
     EXPECT_NE(err.find("TestBody(): shown 1\n"), std::string::npos) << err;
     EXPECT_NE(err.find("raised 2\n"), std::string::npos) << err;
 }
+
+TEST(Tools, UsbQueriesReadTheRealDevice) {
+    // A file system image stands in for the stick: libblkid probes both alike.
+    ASSERT_EQ(sh("truncate -s 8M /tmp/stick.img && mkfs.ext4 -q -L ZNSTICK /tmp/stick.img").status, 0);
+    char label[64] = "", fstype[8] = "";
+    EXPECT_EQ(libzn_usb_getLabel("/tmp/stick.img", label), 0);
+    EXPECT_STREQ(label, "ZNSTICK");
+    EXPECT_EQ(libzn_usb_getFsType("/tmp/stick.img", fstype), 0);
+    EXPECT_STREQ(fstype, "ext4");
+    EXPECT_EQ(libzn_usb_getLabel("/tmp/no-such-device", label), -1);
+
+    char line[256] = "";
+    ASSERT_EQ(sh("printf 'Mass Storage\\r\\nsecond\\n' > /tmp/product").status, 0);
+    EXPECT_EQ(libzn_usb_readFileFirstLine("/tmp/product", line), 0);
+    EXPECT_STREQ(line, "Mass Storage");
+    ASSERT_EQ(sh(": > /tmp/empty").status, 0);
+    EXPECT_EQ(libzn_usb_readFileFirstLine("/tmp/empty", line), -1);
+    EXPECT_STREQ(line, "Mass Storage") << "an empty file leaves the buffer as it was";
+}
+
