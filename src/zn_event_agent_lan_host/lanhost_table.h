@@ -73,6 +73,8 @@ int wrapper_libevent_lhost_delIcmp6timer(lhost *host);
 
 void macStr_to_bytes(uint8_t *mac, const char *text);
 uint32_t lhost_ipv6_addr_type(const uint8_t *addr);
+// Bits of that classification word that callers test.
+constexpr uint32_t kIpv6Unicast = 0x0001, kIpv6LinkLocal = 0x0020, kIpv6ScopeGlobal = 0xE0000;
 int ipv6_compare_interface_id(const char *a, const char *b);
 int ipv6_join_prefix_interface_id(const char *a, const char *b, char *out);
 int ipv4_str_is_valid(const char *text);
