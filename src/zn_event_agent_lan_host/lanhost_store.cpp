@@ -1,0 +1,413 @@
+// Publication of a host record in the store: its Host object, how its IPv4
+// address was obtained, its customise object and the count of active hosts.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/sysinfo.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "agent_log.h"
+#include "byte_cursor.h"
+#include "lanhost_store.h"
+
+namespace {
+
+constexpr const char kDnsmasqLeaseFile[] = "/etc/dnsmasq.leases";
+constexpr const char kDnsmasqLeaseLock[] = "/etc/dnsmasq.leases.lock";
+constexpr const char kDhcp6sLeaseFile[] = "/etc/dhcp6s.leases";
+constexpr size_t kDnsmasqLineMax = 127, kDhcp6sLineMax = 255, kDuidSize = 129; // X_ZN_DUID holds 128
+constexpr int kScopeLinkLocal = 2, kScopeGlobal = 14;
+
+// The next blank-separated field of the line, as "%s" reads it; false at the end.
+bool next_field(ByteCursor *line, const char **field, size_t *len) {
+    while (line->left() && isspace(*line->peek()))
+        line->skip(1);
+    *field = reinterpret_cast<const char *>(line->peek());
+    *len = 0;
+    while (line->left() && !isspace(*line->peek())) {
+        line->skip(1);
+        ++*len;
+    }
+    return *len > 0;
+}
+
+// The first line that "grep ADDRESS FILE" prints, cut to size - 1 characters;
+// false when there is none or the command can't run. address must be checked
+// text: it reaches the shell as it stands.
+bool grep_first_line(const char *address, const char *file, char *line, size_t size) {
+    char cmd[128];
+    snprintf(cmd, sizeof cmd, "grep %s %s", address, file);
+    FILE *out = popen(cmd, "r");
+    if (!out)
+        return false;
+    const bool found = fgets(line, int(size), out) != nullptr;
+    pclose(out);
+    return found;
+}
+
+// The lease file's line for the host's address, read under the DHCP server's
+// lock; false when there is none.
+bool dnsmasq_lease_line(const lhost *host, char (&line)[kDnsmasqLineMax + 1]) {
+    if (!ipv4_str_is_valid(host->ipAddr)) {
+        LANHOST_LOG(1, "not an IPv4 address [%s], lease file not searched", host->ipAddr);
+        return false;
+    }
+    const int lock = open(kDnsmasqLeaseLock, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    int locked = -1;
+    while (lock >= 0 && (locked = flock(lock, LOCK_EX)) != 0 && errno == EINTR) {
+    }
+    if (locked != 0) {
+        LANHOST_LOG(1, "lock fail");
+        if (lock >= 0)
+            close(lock);
+        return false;
+    }
+    const bool found = grep_first_line(host->ipAddr, kDnsmasqLeaseFile, line, sizeof line);
+    flock(lock, LOCK_UN);
+    close(lock);
+    return found;
+}
+
+// Takes name, source and lease time from the lease file when it has a line
+// for the host's address; whether it had.
+bool wrapperUtil_search_dhcpleasefile(lhost *host) {
+    char line[kDnsmasqLineMax + 1];
+    if (host->ipAddr[0] == '\0' || !dnsmasq_lease_line(host, line))
+        return false;
+    DnsmasqLease lease;
+    lanhost_dnsmasq_lease_scan(line, strlen(line), &lease);
+    copy_text(host->HostName, lease.hostName);
+    copy_text(host->ipAddrSource, lease.source);
+    host->dhcpLeasetime = lease.leaseTime;
+    return true;
+}
+
+// A snooped request of the host tells the source and name; it is used up.
+void take_dhcp_request(lhost *host, const char *lowerMac, const char *addr) {
+    dhcpRequestEntry *entry = list_find_dhcpRequestEntry(lowerMac);
+    if (!entry)
+        return;
+    if (strcmp(entry->requestedIp, addr) == 0)
+        copy_text(host->ipAddrSource, "DHCP");
+    if (entry->hostName[0])
+        copy_text(host->HostName, entry->hostName);
+    list_del_dhcpRequestEntry(entry);
+}
+
+int wrapperZns_lanhost_add_index() {
+    const int index = lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(),
+                                         [](int, const uint8_t *object) { return object == nullptr; });
+    if (index)
+        LANHOST_LOG(4, "addIdx=%d", index);
+    else
+        LANHOST_LOG(1, "zns obj add idx fail");
+    return index;
+}
+
+// When an IPv4 parameter goes into the list; the value comes from the record.
+enum class Ipv4Rule {
+    kText,    // record text at recordAt: not empty, and for an existing object different
+    kLease,   // dhcpLeasetime: always for a new object, else when it differs
+    kDevtype, // devtype: not 0, and for an existing object different
+};
+
+struct Ipv4Param {
+    const char *name;
+    const char *label; // of the "set value: " log line
+    Ipv4Rule rule;
+    size_t objectAt;
+    size_t recordAt;
+};
+
+// In the order of the list, after StartUptime and Active.
+constexpr Ipv4Param kIpv4Params[] = {
+    {"AddressSource", "ipAddrSource", Ipv4Rule::kText, kHostAddressSourceAt, offsetof(lhost, ipAddrSource)},
+    {"LeaseTimeRemaining", "dhcpLeasetime", Ipv4Rule::kLease, kHostLeaseTimeAt, 0},
+    {"Vendor", "Vendor", Ipv4Rule::kText, kHostVendorAt, offsetof(lhost, Vendor)},
+    {"HostName", "HostName", Ipv4Rule::kText, kHostHostNameAt, offsetof(lhost, HostName)},
+    {"DeviceType", "devtype", Ipv4Rule::kDevtype, kHostDeviceTypeAt, 0},
+    {"Layer2Interface", "Layer2Interface", Ipv4Rule::kText, kHostLayer2InterfaceAt, offsetof(lhost, Layer2Interface)},
+    {"InterfaceType", "interfacetype", Ipv4Rule::kText, kHostInterfaceTypeAt, offsetof(lhost, interfacetype)},
+    {"IPAddress", "ipAddr", Ipv4Rule::kText, kHostIpAddressAt, offsetof(lhost, ipAddr)},
+};
+
+// Adds the parameter when its rule says so; whether it did.
+bool add_ipv4_param(const Ipv4Param &p, const lhost *host, const uint8_t *object, zns_param_list_t *list) {
+    switch (p.rule) {
+    case Ipv4Rule::kText: {
+        const char *value = reinterpret_cast<const char *>(host) + p.recordAt;
+        if (value[0] == '\0' || (object && strcmp(value, reinterpret_cast<const char *>(object + p.objectAt)) == 0))
+            return false;
+        setParameterToList(list, p.name, ZNS_TYPE_STRING, value);
+        LANHOST_LOG(4, "set value: %s=%s", p.label, value);
+        return true;
+    }
+    case Ipv4Rule::kLease: {
+        if (object && host->dhcpLeasetime == int64_t(lanhost_field<int32_t>(object, p.objectAt)))
+            return false;
+        const int32_t value = int32_t(uint32_t(host->dhcpLeasetime));
+        setParameterToList(list, p.name, ZNS_TYPE_INT32, &value);
+        LANHOST_LOG(4, "set value: %s=%d", p.label, value);
+        return true;
+    }
+    case Ipv4Rule::kDevtype: {
+        const uint32_t value = uint32_t(host->devtype);
+        if (value == 0 || (object && value == lanhost_field<uint32_t>(object, p.objectAt)))
+            return false;
+        setParameterToList(list, p.name, ZNS_TYPE_UINT32, &value);
+        LANHOST_LOG(4, "set value: %s=%d", p.label, host->devtype);
+        return true;
+    }
+    }
+    return false;
+}
+
+// The IPv4 form; returns the number of parameters it put in the list.
+int ipv4_params(lhost *host, const char *lowerMac, const char *addr, const uint8_t *object, uint32_t uptime,
+                zns_param_list_t *list) {
+    wrapperZns_offlineLanHost_delete(host->mac);
+    if (host->ipAddrSource[0] == '\0') {
+        LANHOST_LOG(4, "lhost->ipAddrSource=[] set to static");
+        copy_text(host->ipAddrSource, "Static");
+        host->dhcpLeasetime = 0;
+    }
+    if (strcmp(host->ipAddrSource, "Static") == 0 && !wrapperUtil_search_dhcpleasefile(host))
+        take_dhcp_request(host, lowerMac, addr);
+    if (host->Vendor[0] == '\0')
+        copy_text(host->Vendor, "unknown");
+    if (host->HostName[0] == '\0') {
+        LANHOST_LOG(4, "lhost->HostName=[] set to PC/PHONE");
+        copy_text(host->HostName, host->devtype == 1 ? "Phone" : "PC");
+    }
+    int count = 0;
+    if (!object || lanhost_field<uint8_t>(object, kHostActiveAt) == 0) {
+        const uint8_t active = 1;
+        setParameterToList(list, "StartUptime", ZNS_TYPE_UINT32, &uptime);
+        setParameterToList(list, "Active", ZNS_TYPE_BOOL, &active);
+        LANHOST_LOG(4, "set value: Active=%d", active);
+        count += 2;
+    }
+    for (const Ipv4Param &p : kIpv4Params)
+        count += add_ipv4_param(p, host, object, list);
+    LANHOST_LOG(4, "set value zns paraCnt=%d", count);
+    return count;
+}
+
+// The DUID (field 1) and lease time (field 3) of a dhcp6s lease line; false
+// when the DUID is longer than the store keeps.
+bool dhcp6s_lease_scan(const char *line, char (&duid)[kDuidSize], int64_t *leaseTime) {
+    ByteCursor cursor(line, strlen(line));
+    const char *field[3] = {};
+    size_t fieldLen[3] = {};
+    for (size_t i = 0; i < 3 && next_field(&cursor, &field[i], &fieldLen[i]); i++) {
+    }
+    char number[24];
+    copy_text(number, field[2], fieldLen[2]);
+    *leaseTime = strtoll(number, nullptr, 10);
+    return copy_text(duid, field[0], fieldLen[0]);
+}
+
+// The global address's lease from the dhcp6s lease file, -1 without a line.
+void dhcp6s_lease_params(const char *addr, zns_param_list_t *list) {
+    const int32_t none = -1;
+    setParameterToList(list, "X_ZN_V6LeaseTimeRemaining", ZNS_TYPE_INT32, &none);
+    in6_addr parsed;
+    char line[kDhcp6sLineMax + 1];
+    if (inet_pton(AF_INET6, addr, &parsed) != 1 || !grep_first_line(addr, kDhcp6sLeaseFile, line, sizeof line))
+        return;
+    char duid[kDuidSize];
+    int64_t leaseTime = 0;
+    if (!dhcp6s_lease_scan(line, duid, &leaseTime)) {
+        LANHOST_LOG(1, "dhcp6s lease of %s not usable", addr);
+        return;
+    }
+    const int32_t remaining = int32_t(uint32_t(leaseTime));
+    setParameterToList(list, "X_ZN_V6LeaseTimeRemaining", ZNS_TYPE_INT32, &remaining);
+    setParameterToList(list, "X_ZN_DUID", ZNS_TYPE_STRING, duid);
+}
+
+// The IPv6 forms: a link-local address as it is; a global one with its
+// lease, filed by how its interface identifier relates to the stored
+// link-local address.
+void ipv6_params(const char *addr, int scope, const uint8_t *object, zns_param_list_t *list) {
+    if (scope == kScopeLinkLocal) {
+        setParameterToList(list, "X_ZN_IPV6LocalAddress", ZNS_TYPE_STRING, addr);
+        return;
+    }
+    if (scope != kScopeGlobal)
+        return;
+    dhcp6s_lease_params(addr, list);
+    const char *local = object ? reinterpret_cast<const char *>(object + kHostIpv6LocalAddressAt) : "";
+    if (strnlen(local, kHostIpv6LocalAddressSize) < 4)
+        return;
+    const uint8_t active = 1;
+    switch (ipv6_compare_interface_id(addr, local)) {
+    case 3:
+        setParameterToList(list, "X_ZN_GUAIPAddress", ZNS_TYPE_STRING, addr);
+        break;
+    case 1:
+    case 2:
+        setParameterToList(list, "X_ZN_IPV6Address", ZNS_TYPE_STRING, addr);
+        setParameterToList(list, "ipv6Active", ZNS_TYPE_BOOL, &active);
+        break;
+    default:
+        break;
+    }
+}
+
+// Gives the Host object of the MAC its customise object at the same index.
+void wrapperZns_setHostCustomise(const uint8_t *mac) {
+    const int index = lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(),
+                                         [&](int, const uint8_t *object) {
+                                             return object && memcmp(object + kHostMacAt, mac, 6) == 0;
+                                         });
+    if (!index)
+        return;
+    const zns_ia_t instance = lanhost_instance(index);
+    if (znsXml_GetObjectByOID(storeHandle, kOidHostCustomise, instance, 1))
+        return;
+    znsXml_addObjectByOIDIAIndirect(storeHandle, kOidHostCustomise, instance, 0, 0);
+    if (void *customise = znsXml_GetObjectByOID(storeHandle, kOidHostCustomise, instance, 1))
+        lanhost_store_set_one(storeHandle, customise, "MACAddress", ZNS_TYPE_MAC, mac);
+}
+
+// The first temporary MAC table entry of the MAC, or null.
+const uint8_t *temp_mac_entry(const uint8_t *mac) {
+    const uint8_t *entry = nullptr;
+    lanhost_store_scan(storeHandle, kOidTempMacTable, kTempMacTableLast, [&](int, const uint8_t *object) {
+        if (object && memcmp(object + kTempMacAt, mac, 6) == 0)
+            entry = object;
+        return entry != nullptr;
+    });
+    return entry;
+}
+
+} // namespace
+
+zns_ia_t lanhost_instance(int index) {
+    return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 2, "1,%d", index);
+}
+
+void lanhost_store_set_one(zns_xml_handle_t *handle, const void *object, const char *name, uint32_t type,
+                           const void *value) {
+    zns_param_list_t *list = newParameterList();
+    if (!list)
+        return;
+    setParameterToList(list, name, type, value);
+    znsXml_setParameterIndirectByParaList(handle, znsXmlGetPtrOffset(handle, object), list);
+    freeParameterList(list);
+}
+
+uint32_t lanhost_uptime() {
+    struct sysinfo info {};
+    sysinfo(&info);
+    return uint32_t(info.uptime);
+}
+
+void lanhost_mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize]) {
+    snprintf(out, sizeof out, upper ? "%02X:%02X:%02X:%02X:%02X:%02X" : "%02x:%02x:%02x:%02x:%02x:%02x", mac[0],
+             mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
+
+void lanhost_dnsmasq_lease_scan(const char *line, size_t len, DnsmasqLease *lease) {
+    *lease = DnsmasqLease{};
+    copy_text(lease->source, "DHCP");
+    ByteCursor cursor(line, strnlen(line, len));
+    const char *field[6] = {};
+    size_t fieldLen[6] = {};
+    for (size_t i = 0; i < 6 && next_field(&cursor, &field[i], &fieldLen[i]); i++) {
+    }
+    copy_text(lease->hostName, field[3], fieldLen[3]);
+    for (char &c : lease->hostName)
+        if (c == 0x1F)
+            c = ' ';
+    if (lease->hostName[0] == '\0' || strcmp(lease->hostName, "*") == 0)
+        copy_text(lease->hostName, "unknown");
+    char leaseTime[24];
+    copy_text(leaseTime, field[5], fieldLen[5]);
+    lease->leaseTime = strtoll(leaseTime, nullptr, 10);
+}
+
+int wrapperZns_lanhost_update(const uint8_t *mac, const char *addr, int family, int scope) {
+    char upper[kMacTextSize], lower[kMacTextSize];
+    lanhost_mac_text(mac, true, upper);
+    lanhost_mac_text(mac, false, lower);
+    lhost *host = list_find_lhost(upper);
+    if (!host) {
+        LANHOST_LOG(1, "not find lhost");
+        return 0;
+    }
+    if (!addr)
+        addr = "";
+    const auto *object = static_cast<const uint8_t *>(wrapperZns_get_lanhost_byMac(mac));
+    int index = 0;
+    if (!object && !(index = wrapperZns_lanhost_add_index())) {
+        LANHOST_LOG(1, "not find zns host addIdx!!");
+        return 0;
+    }
+    zns_param_list_t *list = newParameterList();
+    if (!list)
+        return 0;
+    wrapperZns_lanhost_get_l2Interface(host->brPortName, host->Layer2Interface, host->interfacetype, &host->devtype);
+    int32_t devtype = 0;
+    wrapperZns_get_devtype_by_tempMactable(upper, &devtype);
+    if (devtype)
+        LANHOST_LOG(4, "lhost->devtype set from %d to %d", host->devtype, devtype);
+    host->devtype = devtype;
+
+    const uint32_t uptime = lanhost_uptime();
+    if (!object) {
+        LANHOST_LOG(4, "!!addNew zns object");
+        setParameterToList(list, "MACAddress", ZNS_TYPE_MAC, mac);
+        setParameterToList(list, "StartUptime", ZNS_TYPE_UINT32, &uptime);
+    } else {
+        LANHOST_LOG(4, "!!edit zns object");
+    }
+    bool write = true;
+    if (family == AF_INET)
+        write = ipv4_params(host, lower, addr, object, uptime, list) > 0 || !object;
+    else if (family == AF_INET6)
+        ipv6_params(addr, scope, object, list);
+
+    if (write && !object)
+        znsXml_addObjectByOIDIWithParaListIndirect(storeHandle, kOidHost, lanhost_instance(index), list);
+    else if (write)
+        znsXml_setParameterIndirectByParaList(storeHandle, znsXmlGetPtrOffset(storeHandle, object), list);
+    freeParameterList(list);
+    wrapperZns_setHostCustomise(mac);
+    wrapperZns_lanhost_update_hostNum();
+    return 0;
+}
+
+void wrapperZns_lanhost_update_hostNum() {
+    uint16_t count = 0;
+    lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(), [&](int, const uint8_t *object) {
+        count += object && lanhost_field<uint8_t>(object, kHostActiveAt) != 0;
+        return false;
+    });
+    const zns_ia_t hostsInstance = znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 1, "1");
+    const auto *hosts = static_cast<const uint8_t *>(znsXml_GetObjectByOID(storeHandle, kOidHosts, hostsInstance, 1));
+    if (hosts && lanhost_field<uint16_t>(hosts, kHostsNumberAt) != count)
+        znsXml_setOneParameterByOIDIndirect(storeHandle, kOidHosts, hostsInstance, "HostNumberOfEntries",
+                                            ZNS_TYPE_UINT16, &count);
+}
+
+void wrapperZns_get_devtype_by_tempMactable(const char *macText, int32_t *devtype) {
+    uint8_t mac[6] = {};
+    sscanf(macText, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
+    if (const uint8_t *entry = temp_mac_entry(mac)) {
+        *devtype = lanhost_field<int32_t>(entry, kTempDeviceTypeAt);
+        return;
+    }
+    LANHOST_LOG(3, "find no temp dev \n");
+}
+
+int32_t getMacTableDeviceType(const uint8_t *mac) {
+    const uint8_t *entry = temp_mac_entry(mac);
+    return entry ? lanhost_field<int32_t>(entry, kTempDeviceTypeAt) : 0;
+}
