@@ -6,23 +6,20 @@
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "agent_log.h"
 #include "lanhost.h"
 #include "lanhost_bpf.h"
+#include "lanhost_useragent.h"
 #include "libzn.h"
 
 namespace {
 
-constexpr const char kHttpGreeting[] = "user space lanhost http thread";
-constexpr size_t kHttpGreetingSize = 1040;
 constexpr uint16_t kBootpServerPort = 67;
 
 int netlink_sock_init(int *fd, sockaddr_nl *addr, int protocol, uint32_t port_id, uint32_t groups) {
@@ -110,35 +107,10 @@ int zn_event_neighbor_netlink_sock_init(int *fd, sockaddr_nl *addr) {
 }
 
 int zn_event_httpAgent_netlink_sock_init(int *fd, sockaddr_nl *addr) {
-    utsname uts;
-    memset(&uts, 0, sizeof uts);
-    uname(&uts);
-    char cmd[256];
-    snprintf(cmd, sizeof cmd, "insmod /lib/modules/%s/extra/http_UserAgent_check.ko > /dev/null 2> /dev/null",
-             uts.release);
-    zn_do_cmd(cmd);
-    if (netlink_sock_init(fd, addr, kHttpAgentProtocol, uint32_t(getpid()), 0) < 0)
+    lanhost_ua_module_cmd("insmod");
+    if (netlink_sock_init(fd, addr, kHttpAgentProtocol, uint32_t(getpid()), 0) < 0 || lanhost_ua_greet(*fd) < 0)
         return -1;
-    auto *greeting = static_cast<nlmsghdr *>(calloc(1, kHttpGreetingSize));
-    if (!greeting) {
-        LANHOST_LOG(1, "malloc nlmsghdr failed!\n");
-        return -1;
-    }
-    greeting->nlmsg_len = kHttpGreetingSize;
-    greeting->nlmsg_pid = uint32_t(getpid());
-    memcpy(NLMSG_DATA(greeting), kHttpGreeting, sizeof kHttpGreeting);
-    sockaddr_nl kernel;
-    memset(&kernel, 0, sizeof kernel);
-    kernel.nl_family = AF_NETLINK;
-    iovec iov{greeting, kHttpGreetingSize};
-    msghdr msg;
-    memset(&msg, 0, sizeof msg);
-    msg.msg_name = &kernel;
-    msg.msg_namelen = sizeof kernel;
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    sendmsg(*fd, &msg, 0);
-    free(greeting);
+    dhcpRequestListHead = nullptr;
     return 0;
 }
 

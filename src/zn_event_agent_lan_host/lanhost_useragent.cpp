@@ -1,0 +1,303 @@
+// Reports of the HTTP user-agent kernel module: device types from the
+// User-Agent texts of LAN hosts, announced on the bus, and the DHCP options
+// that clients asked for, kept in dhcpRequestEntry records until the store
+// synchronisation of the host takes them.
+#include "lanhost_useragent.h"
+
+#include <linux/netlink.h>
+#include <pthread.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "agent_log.h"
+#include "byte_cursor.h"
+#include "lanhost.h"
+#include "lanhost_charset.h"
+#include "libzn.h"
+#include "znsmsg.h"
+
+namespace {
+
+constexpr const char kGreeting[] = "user space lanhost http thread";
+constexpr size_t kGreetingSize = 1040;
+constexpr const char *kDhcpOptionKeyword = "bridge_dhcp_option";
+constexpr const char *kUserAgentHeader = "User-Agent";
+constexpr size_t kMacSize = 6;
+constexpr size_t kEventTextSize = 32;
+
+// The words that give a device type, tried in their order within a type.
+struct DevtypeWords {
+    int type;
+    const char *words[4]; // ends at the first null
+};
+constexpr DevtypeWords kDevtypeWords[] = {
+    {1, {"Phone", "Mobi", "Android"}},
+    {2, {"Pad"}},
+    {3, {"Mac", "Windows", "Moz"}},
+    {4, {"STB"}},
+    {5, {"AN1202L", "360T6M", "CMCC", "E1600"}},
+};
+
+// How a reader types hosts and announces them: the types it tries, in
+// order, the case of the MAC text and the event's code.
+struct UaForm {
+    const int *types;
+    size_t typeCount;
+    bool upperCaseMac;
+    uint32_t code;
+};
+constexpr int kTrackerTypes[] = {1, 2, 3};
+constexpr int kThreadTypes[] = {1, 2, 3, 5, 4};
+constexpr UaForm kTrackerForm{kTrackerTypes, std::size(kTrackerTypes), false, 32};
+constexpr UaForm kThreadForm{kThreadTypes, std::size(kThreadTypes), true, 64};
+
+// The fields of a DHCP option report after the keyword, by position.
+struct OptionField {
+    size_t offset; // in dhcpRequestEntry
+    size_t size;
+    bool gb2312;
+    const char *logName;
+};
+constexpr OptionField kOptionFields[] = {
+    {offsetof(dhcpRequestEntry, requestedIp), sizeof(dhcpRequestEntry::requestedIp), false, "dhopt_requestedip"},
+    {offsetof(dhcpRequestEntry, hostName), sizeof(dhcpRequestEntry::hostName), true, "hostname"},
+    {offsetof(dhcpRequestEntry, hostNameAlt), sizeof(dhcpRequestEntry::hostNameAlt), false, "hostname"},
+};
+
+void mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize]) {
+    if (upper)
+        snprintf(out, sizeof out, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    else
+        snprintf(out, sizeof out, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
+
+// The first type of the form with a word in text, regardless of case; 0 for none.
+int devtype_of(const char *text, const UaForm &form) {
+    for (size_t i = 0; i < form.typeCount; i++)
+        for (const DevtypeWords &list : kDevtypeWords)
+            if (list.type == form.types[i])
+                for (const char *word : list.words)
+                    if (word && strcasestr(text, word))
+                        return list.type;
+    return 0;
+}
+
+// Announces the host's type. *devtype, once found, serves the rest of the
+// datagram without a further test.
+void http_report(const uint8_t *mac, const char *text, const UaForm &form, int *devtype) {
+    if (*devtype == 0)
+        *devtype = devtype_of(text, form);
+    if (*devtype == 0)
+        return;
+    char macText[kMacTextSize];
+    mac_text(mac, form.upperCaseMac, macText);
+    char msg[kEventTextSize] = {};
+    snprintf(msg, sizeof msg, "%s %d useragent", macText, *devtype);
+    LANHOST_LOG(3, "msgBuf:%s", msg);
+    if (zns_eventNotify(ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE, form.code, msg) == -1)
+        LANHOST_LOG(1, "send ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE fail");
+}
+
+// Updates, or first makes, the entry of the MAC. false when no entry could
+// be made: the rest of the datagram is dropped.
+bool dhcp_option_report(const uint8_t *mac, const char *text) {
+    char macText[kMacTextSize];
+    mac_text(mac, false, macText);
+    dhcpRequestEntry *entry = list_find_dhcpRequestEntry(macText);
+    if (!entry) {
+        entry = static_cast<dhcpRequestEntry *>(calloc(1, sizeof *entry));
+        if (!entry) {
+            printf("%s %d dhcpRequestEntry malloc fail!!!! return 0;\n", __func__, __LINE__);
+            return false;
+        }
+        LANHOST_LOG(3, "SLIST_INSERT_HEAD mac:%s\n", macText);
+        copy_text(entry->macAddr, macText);
+        entry->next = dhcpRequestListHead;
+        dhcpRequestListHead = entry;
+    }
+    lanhost_dhcp_option_update(entry, text, strlen(text));
+    return true;
+}
+
+// The next non-empty field before a comma, as strtok_r would give it.
+bool next_field(ByteCursor *rest, ByteCursor *field) {
+    while (rest->left() && *rest->peek() == ',')
+        rest->skip(1);
+    if (!rest->left())
+        return false;
+    const void *comma = memchr(rest->peek(), ',', rest->left());
+    size_t n = comma ? size_t(static_cast<const uint8_t *>(comma) - rest->peek()) : rest->left();
+    return rest->sub(n, field);
+}
+
+// The walk of one datagram, the same for both readers: each report
+// (NLMSG_DONE) goes to on_report(mac, text) with its text cut at its zero or
+// at the end of its message; other types are skipped. on_report returns
+// false to drop the rest of the datagram.
+template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnReport on_report) {
+    ByteCursor rest(bytes, len);
+    for (;;) {
+        ByteCursor head = rest;
+        nlmsghdr hdr;
+        ByteCursor msg(nullptr, 0);
+        if (!head.take_into(&hdr) || hdr.nlmsg_len < sizeof hdr || !rest.sub(hdr.nlmsg_len, &msg))
+            return;
+        if (hdr.nlmsg_type == NLMSG_ERROR) {
+            LANHOST_LOG(1, "recv nlmsg type is NLMSG_ERROR\n");
+            return;
+        }
+        msg.skip(sizeof hdr);
+        const uint8_t *mac = msg.take(kMacSize);
+        if (hdr.nlmsg_type == NLMSG_DONE && mac) {
+            char text[kUaReadSize];
+            copy_text(text, reinterpret_cast<const char *>(msg.peek()), msg.left());
+            if (!on_report(mac, static_cast<const char *>(text)))
+                return;
+        }
+        if (!rest.skip((4 - hdr.nlmsg_len % 4) % 4))
+            return;
+    }
+}
+
+ssize_t ua_recv(int fd, uint8_t *buf, size_t size, int flags) {
+    sockaddr_nl from;
+    iovec iov{buf, size};
+    msghdr msg;
+    memset(&msg, 0, sizeof msg);
+    msg.msg_name = &from;
+    msg.msg_namelen = sizeof from;
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    return recvmsg(fd, &msg, flags);
+}
+
+} // namespace
+
+void lanhost_ua_walk(const uint8_t *bytes, size_t len) {
+    int devtype = 0;
+    walk(bytes, len, [&devtype](const uint8_t *mac, const char *text) {
+        LANHOST_LOG(3, "recv nlmsg data OK\n");
+        LANHOST_LOG(3, "mac:%02X:%02X:%02X:%02X:%02X:%02X\n", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+        LANHOST_LOG(3, "data:%s\n", text);
+        if (strstr(text, kDhcpOptionKeyword))
+            return dhcp_option_report(mac, text);
+        if (strstr(text, kUserAgentHeader))
+            http_report(mac, text, kTrackerForm, &devtype);
+        return true;
+    });
+}
+
+void lanhost_ua_thread_walk(const uint8_t *bytes, size_t len) {
+    int devtype = 0;
+    walk(bytes, len, [&devtype](const uint8_t *mac, const char *text) {
+        http_report(mac, text, kThreadForm, &devtype);
+        return true;
+    });
+}
+
+void lanhost_dhcp_option_update(dhcpRequestEntry *entry, const char *text, size_t len) {
+    ByteCursor rest(text, len);
+    ByteCursor field(nullptr, 0);
+    if (!next_field(&rest, &field)) // the keyword
+        return;
+    for (const OptionField &f : kOptionFields) {
+        if (!next_field(&rest, &field))
+            return;
+        const void *eq = memchr(field.peek(), '=', field.left());
+        if (!eq)
+            continue;
+        field.skip(size_t(static_cast<const uint8_t *>(eq) - field.peek()) + 1);
+        const char *value = reinterpret_cast<const char *>(field.peek());
+        char now[sizeof(dhcpRequestEntry::hostName)];
+        // A name that isn't gb2312 throughout keeps what was converted before the fault.
+        if (f.gb2312)
+            hostNameToUtf8(value, field.left(), now, f.size);
+        else
+            copy_text(now, f.size, value, field.left());
+        char *stored = reinterpret_cast<char *>(entry) + f.offset;
+        if (strcmp(now, stored) != 0) {
+            LANHOST_LOG(3, "!!!! set %s=%s!!!!", f.logName, now);
+            copy_text(stored, f.size, now);
+        }
+    }
+}
+
+void lanhost_ua_module_cmd(const char *verb) {
+    utsname uts;
+    memset(&uts, 0, sizeof uts);
+    uname(&uts);
+    char cmd[256];
+    snprintf(cmd, sizeof cmd, "%s /lib/modules/%s/extra/http_UserAgent_check.ko > /dev/null 2> /dev/null", verb,
+             uts.release);
+    zn_do_cmd(cmd);
+}
+
+int lanhost_ua_greet(int fd) {
+    auto *greeting = static_cast<nlmsghdr *>(calloc(1, kGreetingSize));
+    if (!greeting) {
+        LANHOST_LOG(1, "malloc nlmsghdr failed!\n");
+        return -1;
+    }
+    greeting->nlmsg_len = kGreetingSize;
+    greeting->nlmsg_pid = uint32_t(getpid());
+    memcpy(NLMSG_DATA(greeting), kGreeting, sizeof kGreeting);
+    sockaddr_nl kernel;
+    memset(&kernel, 0, sizeof kernel);
+    kernel.nl_family = AF_NETLINK;
+    iovec iov{greeting, kGreetingSize};
+    msghdr msg;
+    memset(&msg, 0, sizeof msg);
+    msg.msg_name = &kernel;
+    msg.msg_namelen = sizeof kernel;
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    sendmsg(fd, &msg, 0);
+    free(greeting);
+    return 0;
+}
+
+void zn_event_lanhost_httpSockRead_cb(evutil_socket_t fd, short, void *) {
+    LANHOST_LOG(3, "start\n");
+    uint8_t buf[kUaReadSize] = {};
+    // Woken by the loop, the read finds a datagram; it must never wait.
+    ssize_t n = ua_recv(fd, buf, sizeof buf, MSG_DONTWAIT);
+    if (n <= 0) {
+        LANHOST_LOG(1, "recv netlink msg error:%d\n", int(n));
+        return;
+    }
+    lanhost_ua_walk(buf, size_t(n));
+}
+
+void *zn_event_lanhost_httpThread(void *) {
+    lanhost_ua_module_cmd("insmod");
+    int fd = socket(AF_NETLINK, SOCK_RAW, kHttpAgentProtocol);
+    if (fd >= 0) {
+        sockaddr_nl addr;
+        memset(&addr, 0, sizeof addr);
+        addr.nl_family = AF_NETLINK;
+        addr.nl_pid = uint32_t(getpid());
+        // A port id already taken (by the tracker) is no reason to stop: the
+        // greeting still goes out.
+        bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+        if (lanhost_ua_greet(fd) == 0) {
+            for (;;) {
+                uint8_t buf[kUaThreadReadSize] = {};
+                ssize_t n = ua_recv(fd, buf, sizeof buf, 0);
+                if (n >= ssize_t(sizeof(nlmsghdr)))
+                    lanhost_ua_thread_walk(buf, size_t(n));
+            }
+        }
+        close(fd);
+    }
+    lanhost_ua_module_cmd("rmmod");
+    pthread_detach(pthread_self());
+    return nullptr;
+}
