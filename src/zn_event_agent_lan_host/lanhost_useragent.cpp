@@ -6,7 +6,6 @@
 
 #include <linux/netlink.h>
 #include <pthread.h>
-#include <strings.h>
 #include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
