@@ -92,3 +92,13 @@ void wrapperZns_get_devtype_by_tempMactable(const char *macText, int32_t *devtyp
 int32_t getMacTableDeviceType(const uint8_t *mac);
 int wrapperZns_lanhost_get_longestOffline();
 int wrapperZns_unusedLanhost_delete(const uint8_t *mac);
+
+// ICMPv6 liveness probe of one host, and the dhcp6s and radvd reports.
+int zn_event_lanhost_icmp6_ping(lhost *host);
+int wrapper_libevent_lhost_addIcmp6timer(lhost *host, int seconds);
+void zn_event_lanhost_icmp6timer_cb(evutil_socket_t fd, short what, void *arg);
+// Stand-alone advertisement listener with a loop of its own; it touches the
+// host list, so it may only run where the tracker's loop doesn't.
+void *ipv6MulticastEventHandler(void *arg);
+int prefixEventDispatch(const char *text);
+int sendNS(const char *address);
