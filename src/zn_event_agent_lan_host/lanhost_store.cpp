@@ -13,6 +13,7 @@
 
 #include "agent_log.h"
 #include "byte_cursor.h"
+#include "lanhost_ipv6.h"
 #include "lanhost_store.h"
 
 namespace {
@@ -20,7 +21,7 @@ namespace {
 constexpr const char kDnsmasqLeaseFile[] = "/etc/dnsmasq.leases";
 constexpr const char kDnsmasqLeaseLock[] = "/etc/dnsmasq.leases.lock";
 constexpr const char kDhcp6sLeaseFile[] = "/etc/dhcp6s.leases";
-constexpr size_t kDnsmasqLineMax = 127, kDhcp6sLineMax = 255, kDuidSize = 129; // X_ZN_DUID holds 128
+constexpr size_t kDnsmasqLineMax = 127, kDhcp6sLineMax = 255;
 constexpr int kScopeLinkLocal = 2, kScopeGlobal = 14;
 
 // The next blank-separated field of the line, as "%s" reads it; false at the end.
@@ -198,20 +199,6 @@ int ipv4_params(lhost *host, const char *lowerMac, const char *addr, const uint8
     return count;
 }
 
-// The DUID (field 1) and lease time (field 3) of a dhcp6s lease line; false
-// when the DUID is longer than the store keeps.
-bool dhcp6s_lease_scan(const char *line, char (&duid)[kDuidSize], int64_t *leaseTime) {
-    ByteCursor cursor(line, strlen(line));
-    const char *field[3] = {};
-    size_t fieldLen[3] = {};
-    for (size_t i = 0; i < 3 && next_field(&cursor, &field[i], &fieldLen[i]); i++) {
-    }
-    char number[24];
-    copy_text(number, field[2], fieldLen[2]);
-    *leaseTime = strtoll(number, nullptr, 10);
-    return copy_text(duid, field[0], fieldLen[0]);
-}
-
 // The global address's lease from the dhcp6s lease file, -1 without a line.
 void dhcp6s_lease_params(const char *addr, zns_param_list_t *list) {
     const int32_t none = -1;
@@ -220,15 +207,14 @@ void dhcp6s_lease_params(const char *addr, zns_param_list_t *list) {
     char line[kDhcp6sLineMax + 1];
     if (inet_pton(AF_INET6, addr, &parsed) != 1 || !grep_first_line(addr, kDhcp6sLeaseFile, line, sizeof line))
         return;
-    char duid[kDuidSize];
-    int64_t leaseTime = 0;
-    if (!dhcp6s_lease_scan(line, duid, &leaseTime)) {
+    dhcp6sLease lease;
+    if (!lanhost_dhcp6s_lease_parse(line, strlen(line), &lease)) {
         LANHOST_LOG(1, "dhcp6s lease of %s not usable", addr);
         return;
     }
-    const int32_t remaining = int32_t(uint32_t(leaseTime));
+    const int32_t remaining = int32_t(uint32_t(lease.leaseTime));
     setParameterToList(list, "X_ZN_V6LeaseTimeRemaining", ZNS_TYPE_INT32, &remaining);
-    setParameterToList(list, "X_ZN_DUID", ZNS_TYPE_STRING, duid);
+    setParameterToList(list, "X_ZN_DUID", ZNS_TYPE_STRING, lease.duid);
 }
 
 // The IPv6 forms: a link-local address as it is; a global one with its
