@@ -139,8 +139,9 @@ bool next_field(ByteCursor *rest, ByteCursor *field) {
 
 // The walk of one datagram, the same for both readers: each report
 // (NLMSG_DONE) goes to on_report(mac, text) with its text cut at its zero or
-// at the end of its message; other types are skipped. on_report returns
-// false to drop the rest of the datagram.
+// at the end of its message; other types are skipped. NLMSG_ERROR, a length
+// below 16 or beyond the bytes left, or on_report returning false drops the
+// rest of the datagram.
 template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnReport on_report) {
     ByteCursor rest(bytes, len);
     for (;;) {
@@ -158,7 +159,7 @@ template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnRepor
         if (hdr.nlmsg_type == NLMSG_DONE && mac) {
             char text[kUaReadSize];
             copy_text(text, reinterpret_cast<const char *>(msg.peek()), msg.left());
-            if (!on_report(mac, static_cast<const char *>(text)))
+            if (!on_report(mac, text))
                 return;
         }
         if (!rest.skip((4 - hdr.nlmsg_len % 4) % 4))
