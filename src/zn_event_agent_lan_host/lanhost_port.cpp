@@ -5,6 +5,7 @@
 
 #include "agent_log.h"
 #include "lanhost.h"
+#include "lanhost_store.h"
 #include "lanhost_table.h"
 
 namespace {
@@ -54,20 +55,18 @@ constexpr WanConnection kWanConnectionKinds[] = {
     {"WANPPPConnection", 83, 2047},
 };
 
-zns_ia_t host_instance(int index) { return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 2, "1,%d", index); }
-
 } // namespace
 
 int wrapperZns_lanhost_get_maxNum() { return kLanhostMaxNum; }
 
 void *wrapperZns_get_lanhost_byMac(const uint8_t *mac) {
-    constexpr size_t kMacAt = 16;
-    for (int i = 1; i <= wrapperZns_lanhost_get_maxNum(); i++) {
-        auto *obj = static_cast<uint8_t *>(znsXml_GetObjectByOID(storeHandle, kOidHost, host_instance(i), 1));
-        if (obj && memcmp(obj + kMacAt, mac, 6) == 0)
-            return obj;
-    }
-    return nullptr;
+    const uint8_t *found = nullptr;
+    lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(), [&](int, const uint8_t *obj) {
+        if (obj && memcmp(obj + kHostMacAt, mac, 6) == 0)
+            found = obj;
+        return found != nullptr;
+    });
+    return const_cast<uint8_t *>(found);
 }
 
 void wrapperZns_lanhost_get_l2Interface(const char *brPortName, char *layer2Interface, char *interfacetype,
