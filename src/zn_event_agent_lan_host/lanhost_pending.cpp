@@ -13,9 +13,5 @@ void drain(evutil_socket_t fd) {
 
 } // namespace
 
-void zn_event_lanhost_neighbor_read_cb(evutil_socket_t fd, short, void *) { drain(fd); }
 void zn_event_lanhost_dhcpSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
-void zn_event_lanhost_arpreply_read_cb(evutil_socket_t fd, short, void *) { drain(fd); }
 void zn_event_lanhost_bridge_dhcpSockRead_cb(evutil_socket_t fd, short, void *) { drain(fd); }
-void zn_event_lanhost_macfilter_timer_cb(evutil_socket_t, short, void *) {}
-void zn_event_lanhost_macAgeingDetect_timer_cb(evutil_socket_t, short, void *) {}

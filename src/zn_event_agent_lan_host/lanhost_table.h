@@ -71,6 +71,12 @@ int wrapperZns_lanhost_l2Interface_is_bridge(lhost *host);
 int wrapper_libevent_lhost_delArptimer(lhost *host);
 int wrapper_libevent_lhost_delIcmp6timer(lhost *host);
 
+// ARP liveness probe of one host. A record holds at most one probe timer:
+// adding one replaces the one before.
+int zn_event_lanhost_arpping(lhost *host);
+int wrapper_libevent_lhost_addArptimer(lhost *host, int seconds);
+void zn_event_lanhost_arppingtimer_cb(evutil_socket_t fd, short what, void *arg);
+
 void macStr_to_bytes(uint8_t *mac, const char *text);
 uint32_t lhost_ipv6_addr_type(const uint8_t *addr);
 // Bits of that classification word that callers test.
@@ -78,6 +84,8 @@ constexpr uint32_t kIpv6Unicast = 0x0001, kIpv6LinkLocal = 0x0020, kIpv6ScopeGlo
 int ipv6_compare_interface_id(const char *a, const char *b);
 int ipv6_join_prefix_interface_id(const char *a, const char *b, char *out);
 int ipv4_str_is_valid(const char *text);
+// 17 characters: pairs of hexadecimal digits joined by ':'.
+bool mac_str_is_valid(const char *text);
 int ipv4_same_subnet(const char *a, const char *b, const char *mask);
 void dump_hex(const void *buf, size_t len);
 

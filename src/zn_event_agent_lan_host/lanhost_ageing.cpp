@@ -1,0 +1,111 @@
+// The ageing sweep over the bridge's forwarding table and the MAC filter poll.
+#include "lanhost_ageing.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+#include "agent_log.h"
+#include "lanhost.h"
+#include "lanhost_neighbor.h"
+#include "lanhost_store.h"
+#include "lanhost_table.h"
+
+bool mac_str_is_valid(const char *text) {
+    if (!text || strlen(text) != kMacTextSize - 1)
+        return false;
+    for (size_t i = 0; i < kMacTextSize - 1; i++)
+        if (i % 3 == 2 ? text[i] != ':' : !isxdigit(static_cast<unsigned char>(text[i])))
+            return false;
+    return true;
+}
+
+void zn_event_lanhost_macAgeingDetect_timer_cb(evutil_socket_t, short, void *) {
+    LANHOST_LOG(3, "macAgeingDetect timer call back");
+    zn_event_lanhost_handle_macAging();
+}
+
+int zn_event_lanhost_handle_macAging() {
+    brctl_fdb_entry_t records[kBridgeRecords];
+    const int count = brctl_getmacs(kLanBridge, records, kBridgeRecords);
+    if (count > 0)
+        zn_event_lanhost_macAging_sweep(records, size_t(count));
+    return 0;
+}
+
+void zn_event_lanhost_macAging_sweep(const brctl_fdb_entry_t *records, size_t count) {
+    for (size_t i = 0; i < count; i++) {
+        const brctl_fdb_entry_t &r = records[i];
+        char mac[kMacTextSize];
+        lanhost_mac_text(r.mac_addr, false, mac);
+        if (r.ageing_timer_value < kSilentHundredths)
+            continue;
+        lhost *host = list_find_lhost(mac);
+        if (!host) {
+            LANHOST_LOG(3, "lhost=NULL mac=%s", mac);
+            continue;
+        }
+        LANHOST_LOG(3, "mac=%s, ageing=%d", mac, int(r.ageing_timer_value / 100));
+        if (!host->active) {
+            LANHOST_LOG(3, "inactive, jump it mac=%s", mac);
+            continue;
+        }
+        if (host->arpState == 1) {
+            LANHOST_LOG(3, "arp already send jump mac=%s", mac);
+            continue;
+        }
+        zn_event_lanhost_arpping(host);
+    }
+}
+
+void zn_event_lanhost_macfilter_timer_cb(evutil_socket_t, short, void *) { zn_event_lanhost_handle_macfilter(); }
+
+FILE *lanhost_macfilter_stat_open() {
+    FILE *f = fopen(kMacfilterStat, "r");
+    if (!f)
+        return nullptr;
+    char heading[kMacfilterColumn];
+    if (!fgets(heading, sizeof heading, f)) {
+        fclose(f);
+        return nullptr;
+    }
+    return f;
+}
+
+bool lanhost_macfilter_stat_next(FILE *f, char (&mac)[kMacfilterColumn], int *count) {
+    char line[kMacfilterColumn];
+    while (fgets(line, sizeof line, f)) {
+        *count = 0;
+        if (sscanf(line, "%99s %d", mac, count) >= 1)
+            return true;
+    }
+    return false;
+}
+
+void zn_event_lanhost_handle_macfilter() {
+    FILE *f = lanhost_macfilter_stat_open();
+    if (!f)
+        return;
+    char mac[kMacfilterColumn];
+    int count;
+    while (lanhost_macfilter_stat_next(f, mac, &count)) {
+        for (char *c = mac; *c; c++)
+            *c = char(toupper(static_cast<unsigned char>(*c)));
+        if (count < 1)
+            continue;
+        // The text goes into a shell command: only a MAC text may.
+        if (!mac_str_is_valid(mac)) {
+            LANHOST_LOG(1, "not a mac address: %s", mac);
+            continue;
+        }
+        char cmd[255];
+        snprintf(cmd, sizeof cmd, "echo FLG mac:%s > %s", mac, kMacfilterTable);
+        libzn_dosystem(cmd);
+        if (auto *scratch = static_cast<lhost *>(calloc(1, sizeof(lhost)))) {
+            copy_text(scratch->macAddr, mac);
+            lanhost_macfilter_notify(scratch, kMacfilterFiltered);
+            free(scratch);
+        }
+    }
+    fclose(f);
+}

@@ -1,0 +1,18 @@
+// Fuzz target: one frame of the ARP socket as the tracker reads it, with one
+// host on the list so that a reply from it is followed to the end.
+#include <cstring>
+
+#include "lanhost_arp.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static lhost *host = [] {
+        lhost *h = list_init_add_lhost();
+        copy_text(h->macAddr, "02:00:00:00:52:01");
+        macStr_to_bytes(h->mac, h->macAddr);
+        copy_text(h->ipAddr, "192.168.1.52");
+        return h;
+    }();
+    host->arpState = 1;
+    zn_event_lanhost_arpreply_handle(data, size);
+    return 0;
+}
