@@ -11,6 +11,7 @@
 #include <regex>
 #include <string>
 
+#include "agent_process.h"
 #include "shell.h"
 
 using namespace std::chrono_literals;
@@ -24,22 +25,9 @@ constexpr const char *kAgentOut = "/tmp/agent.out";
 constexpr const char *kSaved = "/userconfig/config/zns_store.conf";
 constexpr const char *kGoneMac = "02:00:00:00:99:99";
 
-pid_t start_agent() {
-    pid_t pid = fork();
-    if (pid == 0) {
-        int fd = open(kAgentOut, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(fd, 1);
-        dup2(fd, 2);
-        execl(ZN_BUILD_DIR "/bin/zn_event_agent", "zn_event_agent", nullptr);
-        _exit(127);
-    }
-    return pid;
-}
+pid_t start_agent() { return zntest::start_agent(kAgentOut); }
 
-void stop_agent(pid_t pid) {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-}
+void stop_agent(pid_t pid) { zntest::stop_process(pid); }
 
 bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
