@@ -1,6 +1,7 @@
 // The unchanged agent in a virtual gateway, fed by the user-agent module.
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
 
 #include "agent_process.h"
@@ -50,4 +51,25 @@ TEST_F(UserAgentAgent, DeviceTypesOfThreeHostsGoOutOnTheBus) {
         ASSERT_EQ(sh(std::string("znkernel ua report ") + c.mac + " '" + c.text + "'").status, 0);
         EXPECT_TRUE(eventually([&] { return has(file_text(kMonitorOut), c.event); })) << file_text(kMonitorOut);
     }
+}
+
+TEST_F(UserAgentAgent, Gb2312NameOfADhcpOptionReportReachesTheStoreInUtf8) {
+    // Reported before the host's first IPv4 synchronisation, which takes the
+    // name and, as the requested address is the host's, the source DHCP.
+    ASSERT_EQ(sh("znkernel ua report 02:00:00:00:30:01 "
+                 "'bridge_dhcp_option,requestip=192.168.1.50,hostname=\xd6\xd0\xce\xc4,alt=x'")
+                  .status,
+              0);
+    ASSERT_EQ(sh("vgw host add uapc eth1 02:00:00:00:30:01 192.168.1.50/24").status, 0);
+    ASSERT_EQ(sh("vgw host exec uapc ping -c 1 -W 2 192.168.1.1").status, 0);
+    const std::regex mac(R"(Host\.(\d+)\.MACAddress=02:00:00:00:30:01\n)");
+    std::string hosts;
+    EXPECT_TRUE(eventually([&] {
+        hosts = sh("znsUtil -l InternetGatewayDevice.LANDevice.1.Hosts").out;
+        std::smatch m;
+        return std::regex_search(hosts, m, mac) &&
+               has(hosts, "Host." + m[1].str() + ".HostName=\xe4\xb8\xad\xe6\x96\x87\n") &&
+               has(hosts, "Host." + m[1].str() + ".AddressSource=DHCP\n");
+    })) << hosts;
+    sh("vgw host del uapc");
 }
