@@ -29,6 +29,8 @@ for h in pc phone laptop; do vgw host exec "$h" ping -c 2 -W 1 192.168.1.1 >/dev
 sleep 3
 hosts "three hosts have talked to the gateway"
 
+echo "--- the phone opens a web page; the kernel module reports its User-Agent"
+znkernel ua report 02:00:00:00:20:02 "GET / HTTP/1.1 User-Agent: Mozilla/5.0 (iPhone; CPU iPhone OS 17_0) Mobile" || true
 echo "--- the phone leaves the Wi-Fi, the laptop keeps talking, the pc falls silent"
 znkernel wlan-leave 02:00:00:00:20:02 || true
 for i in $(seq 1 12); do vgw host exec laptop ping -c 1 -W 1 192.168.1.1 >/dev/null || true; sleep 1; done
