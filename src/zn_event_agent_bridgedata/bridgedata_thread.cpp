@@ -49,6 +49,7 @@ msghdr one_buffer_msg(sockaddr_nl *peer, iovec *iov) {
 void store_report(const bridgedataReport &r) {
     ScopedStore store;
     if (!store.get()) {
+        // Reported as a step of the read, which the line names.
         zns_log_print(__FILE__, "brigedata_update_znsnode", __LINE__, 1, "XMLSHMINIT init error\n");
         return;
     }
