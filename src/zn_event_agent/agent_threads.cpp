@@ -9,6 +9,7 @@ char province[32];
 namespace {
 
 pthread_t lanhostThread;
+pthread_t timerThread;
 
 enum class Report { Stdout, ModuleLog };
 
@@ -23,6 +24,7 @@ struct Worker {
 // The workers in their order of creation.
 constexpr Worker kWorkers[] = {
     {zn_event_lanhost_thread, &lanhostThread, Report::ModuleLog, "create zn_event_lanhost_thread failed\n", true},
+    {timerEventHandler, &timerThread, Report::ModuleLog, "create timerEventHandler failed\n", false},
 };
 
 constexpr size_t kWorkerCount = sizeof kWorkers / sizeof kWorkers[0];

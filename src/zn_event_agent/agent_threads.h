@@ -14,3 +14,4 @@ extern char province[32];
 
 // The worker entries, by subsystem.
 void *zn_event_lanhost_thread(void *arg);
+void *timerEventHandler(void *arg);
