@@ -18,5 +18,7 @@ set(ENV{PKG_CONFIG_LIBDIR} ${ZN_CROSS_SYSROOT}/usr/lib/${ZN_CROSS_TRIPLET}/pkgco
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${ZN_CROSS_SYSROOT})
 
 # ctest runs the target's binaries under qemu-user, with the target's C
-# library; the unpacked libraries are found through the build's RPATH.
-set(CMAKE_CROSSCOMPILING_EMULATOR ${ZN_CROSS_QEMU} -L /usr/${ZN_CROSS_TRIPLET})
+# library and its iconv converters; the unpacked libraries are found through
+# the build's RPATH.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${ZN_CROSS_QEMU} -L /usr/${ZN_CROSS_TRIPLET}
+    -E GCONV_PATH=${ZN_CROSS_SYSROOT}/libc6/usr/lib/${ZN_CROSS_TRIPLET}/gconv)

@@ -1,5 +1,6 @@
 # DHCP lease messages and snooped DHCP requests.
-zn_add_gtest(lanhost_dhcp_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/dhcp_test.cpp LIBS zn_lanhost SANDBOX)
+zn_add_gtest(lanhost_dhcp_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/dhcp_test.cpp LIBS zn_lanhost SANDBOX
+             UNIT LeaseMessage.SplitsAtRunsOfCommas DhcpOptions.*)
 target_include_directories(lanhost_dhcp_test PRIVATE ${CMAKE_SOURCE_DIR}/tests/common)
 
 if(NOT ZN_FUZZ)

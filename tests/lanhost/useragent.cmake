@@ -1,4 +1,4 @@
-zn_add_gtest(lanhost_useragent_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/useragent_test.cpp LIBS zn_lanhost SANDBOX)
+zn_add_gtest(lanhost_useragent_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/useragent_test.cpp LIBS zn_lanhost SANDBOX UNIT DhcpOptionReport.* Charset.*)
 target_include_directories(lanhost_useragent_test PRIVATE ${CMAKE_SOURCE_DIR}/tests/common)
 zn_add_gtest(lanhost_useragent_system_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/useragent_system_test.cpp SANDBOX)
 target_include_directories(lanhost_useragent_system_test PRIVATE ${CMAKE_SOURCE_DIR}/tests/common)
