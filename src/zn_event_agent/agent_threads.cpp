@@ -10,6 +10,7 @@ namespace {
 
 pthread_t kernelKobjectThread;
 pthread_t lanhostThread;
+pthread_t timerThread;
 
 enum class Report { Stdout, ModuleLog };
 
@@ -25,6 +26,7 @@ struct Worker {
 constexpr Worker kWorkers[] = {
     {kernelKobjectEventHandler, &kernelKobjectThread, Report::ModuleLog, "create kernelKobjectEventHandler failed\n", false},
     {zn_event_lanhost_thread, &lanhostThread, Report::ModuleLog, "create zn_event_lanhost_thread failed\n", true},
+    {timerEventHandler, &timerThread, Report::ModuleLog, "create timerEventHandler failed\n", false},
 };
 
 constexpr size_t kWorkerCount = sizeof kWorkers / sizeof kWorkers[0];

@@ -15,3 +15,4 @@ extern char province[32];
 // The worker entries, by subsystem.
 void *kernelKobjectEventHandler(void *arg);
 void *zn_event_lanhost_thread(void *arg);
+void *timerEventHandler(void *arg);
