@@ -1,16 +1,13 @@
 #include "usb_thread.h"
 
-#include <sys/select.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
 
+#include "agent_dgram.h"
 #include "agent_log.h"
 #include "usb_devlist.h"
 #include "usb_identify.h"
@@ -21,11 +18,6 @@
 
 namespace {
 
-constexpr int kRcvBufSize = 2048;
-constexpr int kSelectSeconds = 5;
-// The whole address structure is given to bind, not the length of the path.
-constexpr socklen_t kBindAddrLen = sizeof(sockaddr_un);
-static_assert(kBindAddrLen == 110, "the hot-plug sender expects the full address length");
 constexpr const char *kScanFile = "/tmp/usbDevice";
 constexpr const char *kOsgiDoneFile = "/tmp/osgiDone";
 constexpr size_t kScanLineSize = 256;
@@ -67,36 +59,10 @@ struct Action {
 };
 constexpr Action kActions[] = {{"add", usbDevAdmit}, {"remove", usbDevRemove}};
 
-int hotplug_sock_init() {
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (fd < 0)
-        return -1;
-    int size = kRcvBufSize;
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    usb_set_text(addr.sun_path, kUsbSocketPath);
-    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size) < 0) {
-        close(fd);
-        return -1;
-    }
-    unlink(kUsbSocketPath);
-    if (bind(fd, reinterpret_cast<sockaddr *>(&addr), kBindAddrLen) < 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-void handle_datagram(int fd) {
-    // One byte of the buffer stays zero: a longer datagram is cut to 255 bytes.
-    uint8_t buf[kUsbMsgSize] = {};
-    ssize_t n = read(fd, buf, sizeof buf - 1);
-    if (n < 0) {
-        ZN_LOG(0, "read error: %s\n", strerror(errno));
-        n = 0;
-    }
+// One message: "ACTION,DEVNAME", both fields there, an action of the table.
+void handle_message(const char (&buf)[kAgentDgramSize]) {
     usbHotplugMsg msg;
-    bool whole = usbHotplugMsgSplit(buf, size_t(n), &msg);
+    bool whole = usbHotplugMsgSplit(reinterpret_cast<const uint8_t *>(buf), sizeof buf, &msg);
     ZN_LOG(5, "action: %s\n", msg.action);
     ZN_LOG(5, "devName: %s\n", msg.devName);
     if (!whole)
@@ -169,19 +135,15 @@ int checkOSGI(unsigned timeoutSeconds) {
 
 void *kernelKobjectEventHandler(void *) {
     usbDevList = nullptr;
-    int fd = hotplug_sock_init();
+    int fd = zn_event_dgram_sock_init(kUsbSocketPath);
     if (fd < 0)
         return nullptr;
     // No list file of an earlier run survives; a message sent meanwhile waits in the socket.
     usb_shell("rm -rf %s", kUsbDevListFile);
     usbDevFirstScan();
     for (;;) {
-        fd_set readable;
-        FD_ZERO(&readable);
-        FD_SET(fd, &readable);
-        // The time-out only bounds the wait.
-        timeval timeout{kSelectSeconds, 0};
-        if (select(fd + 1, &readable, nullptr, nullptr, &timeout) > 0 && FD_ISSET(fd, &readable))
-            handle_datagram(fd);
+        char buf[kAgentDgramSize];
+        if (zn_event_dgram_read(fd, buf))
+            handle_message(buf);
     }
 }
