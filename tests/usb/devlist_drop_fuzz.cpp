@@ -12,9 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const char *text = reinterpret_cast<const char *>(data + 1);
     std::string kept, again;
     bool dropped = usbDevListDropId(text, size - 1, id, &kept);
-    if (dropped != (kept.size() < size - 1) || kept.size() > size - 1)
-        abort();
-    if (usbDevListDropId(kept.data(), kept.size(), id, &again) || again != kept)
+    if (dropped != (kept.size() < size - 1) || kept.size() > size - 1 ||
+        usbDevListDropId(kept.data(), kept.size(), id, &again) || again != kept)
         abort();
     return 0;
 }

@@ -1,5 +1,4 @@
-// The unchanged agent in a virtual gateway, with USB devices made by
-// `vgw usb plug`: real nodes, sysfs trees, file-system images and mounts.
+// The unchanged agent with USB devices made by `vgw usb plug`: real nodes, sysfs trees, images and mounts.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -19,23 +18,22 @@ const std::string kProductData = "0abc, 1def, Flash Disk, Generic, 0123456789, 1
 
 bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
 
-// Each row's command, then a shell condition that must come true.
+// A command, then a shell condition that must come true.
 struct Step {
     std::string cmd, until;
 };
 
 } // namespace
 
+// Boards have several USB ports unless a test says otherwise.
 class Usb : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(sh("zncli board set usbnum 2").status, 0); }
     void TearDown() override {
         for (pid_t pid : {monitor, agent})
             if (pid > 0)
                 zntest::stop_process(pid);
         EXPECT_EQ(sh("vgw usb clear && rm -rf /mnt/* /dev/sdq1 /dev/input/event1").status, 0);
     }
-    // The bus monitor, then the agent, each ready.
     void start_agent() {
         monitor = zntest::start_process(ZN_BUILD_DIR "/bin/znsMonitor", kEvents.c_str());
         const std::string sub = "/run/zns_bus/sub." + std::to_string(monitor) + ".";
@@ -54,7 +52,6 @@ protected:
 };
 
 TEST_F(Usb, AdmitsInOrderNumbersByPortAndRefuses) {
-    ASSERT_EQ(sh("touch /dev/sdq1 && mknod /dev/input/event1 c 13 65").status, 0);
     start_agent();
     walk({
         {"vgw usb plug sda1 --bus usb3 --label DATA",
@@ -63,12 +60,13 @@ TEST_F(Usb, AdmitsInOrderNumbersByPortAndRefuses) {
          "grep -qxF '2, /dev/ttyUSB0, USB_SERIAL, 1, 1, , " + kProductData + ", , 0' " + kList},
         {"vgw usb plug input/event3", "grep -qF '3, /dev/input/event3, USB_HID, 1, 2, , 0abc' " + kList},
         {"vgw usb plug usb/lp0", "grep -qF '4, /dev/usb/lp0, USB_PRINTER, 1, 3, , 0abc' " + kList},
-        // Refused messages and nodes, each waited for by the line of a later one.
-        {"znhotplug add; znhotplug ,,,; znhotplug ADD,sdx2; znhotplug add,sdx1",
-         "grep -q '/dev/sdx1 stat fail' /tmp/agent.out && ! grep -q 'sdx2\\|not specaial' /tmp/agent.out"},
-        {"znhotplug add,,ttyUSB0,extra", "grep -q 'find same device for \\[.*/ttyUSB0\\]' /tmp/agent.out"},
-        {"znhotplug add,sdq1; znhotplug add,input/event1",
-         "grep -q 'not specaial file' /tmp/agent.out && grep -q 'not usb device' /tmp/agent.out"},
+        // Messages without two fields or with another action, a duplicate, a
+        // missing node, no device node, a node off USB: the last waits for all.
+        {"touch /dev/sdq1; mknod /dev/input/event1 c 13 65; for m in add ,,, ADD,sdx2 add,sdx1 add,,ttyUSB0,x "
+         "add,sdq1 add,input/event1; do znhotplug $m; done",
+         "grep -q 'not usb device' /tmp/agent.out && grep -q '/dev/sdx1 stat fail' /tmp/agent.out && "
+         "grep -q 'find same device for \\[.*/ttyUSB0\\]' /tmp/agent.out && ! grep -q sdx2 /tmp/agent.out && "
+         "[ $(grep -c 'not specaial file' /tmp/agent.out) = 1 ]"},
     });
     EXPECT_EQ(sh("wc -l < " + kList).out, "4\n");
 }
@@ -79,11 +77,10 @@ TEST_F(Usb, MountsByTheMountTable) {
         {"zncli board set usbnum 1 && vgw usb plug sda1",
          "grep -qF '1, /dev/sda1, USB_STORAGE, 1, 1, /mnt/USB_disc1, ' " + kList +
              " && mount | grep -q '^/dev/sda1 on /mnt/USB_disc1 type fuse '"},
-        // On a board of several ports; the second partition is mounted, and held back.
+        // The second partition is mounted, and held back.
         {"zncli board set usbnum 2 && vgw usb plug sdb --bus usb3 --partitions 2",
          "mount | grep -q '^/dev/sdb1 on /mnt/usb2_1 ' && mount | grep -q '^/dev/sdb2 on /mnt/usb2_2 ' && "
-         "grep -q 'this device find more storage partitions' /tmp/agent.out && ! grep -q sdb2 " +
-             kList},
+         "grep -q 'this device find more storage partitions' /tmp/agent.out && ! grep -q sdb2 " + kList},
         {"vgw usb plug sdc --bus usb3 --fs none",
          "grep -q 'usb storage mount fail' /tmp/agent.out && ! grep -q sdc " + kList},
         {"vgw usb plug sdd1 --bus usb3 --fs ntfs --label WIN",
@@ -114,8 +111,6 @@ TEST_F(Usb, ListFileAndEventsFollowTheDevices) {
 
     sh("vgw usb plug usb/lp0");
     EXPECT_TRUE(list_is(tty + lp)) << "id 1 is free again: " << file_text(kList);
-    sh("vgw usb unplug ttyUSB0 && vgw usb unplug usb/lp0");
-    EXPECT_TRUE(list_is("") && sh("test -f " + kList).status == 0) << "the file stays, empty: " << file_text(kList);
 }
 
 TEST_F(Usb, FirstScanFindsWhatIsMountedOrNamedInDev) {
