@@ -8,6 +8,7 @@ char province[32];
 
 namespace {
 
+pthread_t kernelKobjectThread;
 pthread_t lanhostThread;
 pthread_t timerThread;
 
@@ -23,6 +24,7 @@ struct Worker {
 
 // The workers in their order of creation.
 constexpr Worker kWorkers[] = {
+    {kernelKobjectEventHandler, &kernelKobjectThread, Report::ModuleLog, "create kernelKobjectEventHandler failed\n", false},
     {zn_event_lanhost_thread, &lanhostThread, Report::ModuleLog, "create zn_event_lanhost_thread failed\n", true},
     {timerEventHandler, &timerThread, Report::ModuleLog, "create timerEventHandler failed\n", false},
 };
