@@ -12,6 +12,10 @@
 
 // Host tracker log, module index 0.
 #define LANHOST_LOG(level, ...) zn_event_lanhost_log(0, (level), __func__, __LINE__, __VA_ARGS__)
+// The same for a plain handler that does the work of a read callback: its
+// lines carry the callback's name, which must name a function.
+#define LANHOST_LOG_AS(callback, level, ...) \
+    zn_event_lanhost_log(0, (level), (static_cast<void>(&callback), #callback), __LINE__, __VA_ARGS__)
 
 constexpr int kLanhostLogModules = 3;
 extern int zn_event_lanhost_log_levels[kLanhostLogModules];
@@ -24,4 +28,4 @@ void zn_event_lanhost_log(int module, int level, const char *func, int line, con
 // The threshold that the debug file at path asks for, or current when it
 // asks for none: a first line of up to 7 characters read as a decimal number,
 // taken when it is not negative.
-int zn_event_lanhost_debug_level(const char *path, int current);
+int lanhost_debug_level(const char *path, int current);

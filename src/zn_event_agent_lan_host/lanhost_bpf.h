@@ -27,7 +27,7 @@ constexpr sock_filter kArp[] = {
 };
 
 // IPv6 neighbour advertisements (ICMPv6 right behind the fixed header).
-constexpr sock_filter kNeighbourAdvert[] = {
+constexpr sock_filter kNeighborAdvert[] = {
     {BPF_LD | BPF_H | BPF_ABS, 0, 0, kEtherTypeAt},           // A = EtherType
     {BPF_JMP | BPF_JEQ | BPF_K, 0, 5, ETHERTYPE_IPV6},        // not IPv6: drop
     {BPF_LD | BPF_B | BPF_ABS, 0, 0, kIp6NextHeaderAt},       // A = next header

@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "agent_log.h"
+#include "lanhost.h"
 #include "lanhost_store.h"
 
 namespace {
@@ -33,10 +34,6 @@ constexpr CopiedParam kOfflineIpv6Copy[] = {
     {"X_ZN_IPV6LocalAddress", ZNS_TYPE_STRING, kHostIpv6LocalAddressAt},
     {"X_ZN_GUAIPAddress", ZNS_TYPE_STRING, kHostGuaAddressAt},
 };
-
-bool offline_has_mac(const uint8_t *object, const uint8_t *mac) {
-    return object && memcmp(object + kOfflineMacAt, mac, 6) == 0;
-}
 
 // The entry that has been offline longest. An entry at 0 never stays the
 // choice once another follows it; of equal times the earlier index wins.
@@ -83,14 +80,14 @@ void set_ipv6_inactive(const uint8_t *object) {
 
 void wrapperZns_offlineLanHost_delete(const uint8_t *mac) {
     const int index = lanhost_store_scan(storeHandle, kOidOfflineHost, wrapperZns_lanhost_get_maxNum(),
-                                         [&](int, const uint8_t *object) { return offline_has_mac(object, mac); });
+                                         [&](int, const uint8_t *object) { return lanhost_has_mac(object, kOfflineMacAt, mac); });
     if (index)
         znsXml_delObjectByOIDIAIndirect(storeHandle, kOidOfflineHost, lanhost_instance(index));
 }
 
 void wrapperOfflineLanHost_add(zns_xml_handle_t *handle, const uint8_t *mac, const void *hostObject) {
     if (lanhost_store_scan(handle, kOidOfflineHost, wrapperZns_lanhost_get_maxNum(),
-                           [&](int, const uint8_t *object) { return offline_has_mac(object, mac); }))
+                           [&](int, const uint8_t *object) { return lanhost_has_mac(object, kOfflineMacAt, mac); }))
         return;
     void *slot = offline_slot(handle);
     zns_param_list_t *list = slot ? newParameterList() : nullptr;
@@ -164,7 +161,7 @@ int wrapperZns_lanhost_get_longestOffline() {
 
 int wrapperZns_unusedLanhost_delete(const uint8_t *mac) {
     lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(), [&](int i, const uint8_t *object) {
-        if (!object || memcmp(object + kHostMacAt, mac, 6) != 0 || lanhost_field<uint8_t>(object, kHostActiveAt) != 0 ||
+        if (!lanhost_has_mac(object, kHostMacAt, mac) || lanhost_field<uint8_t>(object, kHostActiveAt) != 0 ||
             object[kHostIpAddressAt] != '\0')
             return false;
         znsXml_delObjectByOIDIAIndirect(storeHandle, kOidHost, lanhost_instance(i));

@@ -23,6 +23,16 @@ template <typename T> bool unlink_node(T **head, T *node) {
     return false;
 }
 
+// A zeroed record at the head of the list, or null.
+template <typename T> T *push_new(T **head) {
+    auto *node = static_cast<T *>(calloc(1, sizeof(T)));
+    if (node) {
+        node->next = *head;
+        *head = node;
+    }
+    return node;
+}
+
 int del_timer(event **timer, const char *what) {
     if (*timer) {
         event_del(*timer);
@@ -35,25 +45,10 @@ int del_timer(event **timer, const char *what) {
 
 } // namespace
 
-bool copy_text(char *dst, size_t n, const char *src, size_t len) {
-    if (n == 0)
-        return false;
-    size_t have = src ? strnlen(src, len) : 0;
-    size_t take = have < n ? have : n - 1;
-    if (take)
-        memcpy(dst, src, take);
-    dst[take] = '\0';
-    return take == have;
-}
-
 lhost *list_init_add_lhost() {
-    auto *host = static_cast<lhost *>(calloc(1, sizeof(lhost)));
-    if (!host) {
+    lhost *host = push_new(&hostListHead);
+    if (!host)
         LANHOST_LOG(1, "malloc fail\n");
-        return nullptr;
-    }
-    host->next = hostListHead;
-    hostListHead = host;
     return host;
 }
 
@@ -74,6 +69,13 @@ void list_del_lhost(lhost *host) {
     free(host);
 }
 
+dhcpRequestEntry *list_add_dhcpRequestEntry(const char *macText) {
+    dhcpRequestEntry *entry = push_new(&dhcpRequestListHead);
+    if (entry)
+        lanhost_copy_text(entry->macAddr, macText);
+    return entry;
+}
+
 dhcpRequestEntry *list_find_dhcpRequestEntry(const char *macText) {
     for (dhcpRequestEntry *e = dhcpRequestListHead; e; e = e->next)
         if (strcmp(e->macAddr, macText) == 0)
@@ -84,6 +86,11 @@ dhcpRequestEntry *list_find_dhcpRequestEntry(const char *macText) {
 void list_del_dhcpRequestEntry(dhcpRequestEntry *entry) {
     if (entry && unlink_node(&dhcpRequestListHead, entry))
         free(entry);
+}
+
+void list_reset_dhcpRequestEntry() {
+    while (dhcpRequestListHead)
+        list_del_dhcpRequestEntry(dhcpRequestListHead);
 }
 
 int wrapper_libevent_lhost_delArptimer(lhost *host) { return del_timer(&host->arpTimer, "del arpping timer"); }

@@ -8,6 +8,15 @@
 
 #include "agent_log.h"
 #include "lanhost.h"
+#include "lanhost_ageing.h"
+#include "lanhost_arp.h"
+#include "lanhost_dhcp.h"
+#include "lanhost_icmp6.h"
+#include "lanhost_neighbor.h"
+#include "lanhost_prefix.h"
+#include "lanhost_records.h"
+#include "lanhost_sockets.h"
+#include "lanhost_useragent.h"
 #include "libzn.h"
 
 zns_xml_handle_t *storeHandle;
@@ -16,7 +25,7 @@ char gatewayBaseMac[kMacTextSize];
 
 namespace {
 
-constexpr size_t kHostsSaveCounterAt = 8;
+constexpr const char *kMacAddrBaseFile = "/etc/macAddrBase";
 uint16_t hostsSaveMark;
 
 struct Timer {
@@ -119,15 +128,14 @@ void zn_event_lanhost_save_flash_timer_cb(evutil_socket_t, short, void *) {
         LANHOST_LOG(1, "couldn't get object by %s!!!", kHostsPath);
         return;
     }
-    uint16_t counter;
-    memcpy(&counter, hosts + kHostsSaveCounterAt, sizeof counter);
+    const auto counter = lanhost_field<uint16_t>(hosts, kHostsSaveCounterAt);
     if (counter != hostsSaveMark)
         znsXml_SaveNoReply(storeHandle);
     hostsSaveMark = counter;
 }
 
 void zn_event_lanhost_log_level_cb(evutil_socket_t, short, void *) {
-    zn_event_lanhost_log_levels[0] = zn_event_lanhost_debug_level(kLanhostDebugFile, zn_event_lanhost_log_levels[0]);
+    zn_event_lanhost_log_levels[0] = lanhost_debug_level(kLanhostDebugFile, zn_event_lanhost_log_levels[0]);
 }
 
 void *zn_event_lanhost_thread(void *) {

@@ -17,9 +17,8 @@
 #include <iterator>
 
 #include "agent_log.h"
-#include "byte_cursor.h"
-#include "lanhost.h"
 #include "lanhost_charset.h"
+#include "lanhost_fd.h"
 #include "libzn.h"
 #include "znsmsg.h"
 
@@ -71,13 +70,6 @@ constexpr OptionField kOptionFields[] = {
     {offsetof(dhcpRequestEntry, hostNameAlt), sizeof(dhcpRequestEntry::hostNameAlt), false, "hostname"},
 };
 
-void mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize]) {
-    if (upper)
-        snprintf(out, sizeof out, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    else
-        snprintf(out, sizeof out, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-}
-
 // The first type of the form with a word in text, regardless of case; 0 for none.
 int devtype_of(const char *text, const UaForm &form) {
     for (size_t i = 0; i < form.typeCount; i++)
@@ -97,7 +89,7 @@ void http_report(const uint8_t *mac, const char *text, const UaForm &form, int *
     if (*devtype == 0)
         return;
     char macText[kMacTextSize];
-    mac_text(mac, form.upperCaseMac, macText);
+    lanhost_mac_text(mac, form.upperCaseMac, macText);
     char msg[kEventTextSize] = {};
     snprintf(msg, sizeof msg, "%s %d useragent", macText, *devtype);
     LANHOST_LOG(3, "msgBuf:%s", msg);
@@ -109,32 +101,18 @@ void http_report(const uint8_t *mac, const char *text, const UaForm &form, int *
 // be made: the rest of the datagram is dropped.
 bool dhcp_option_report(const uint8_t *mac, const char *text) {
     char macText[kMacTextSize];
-    mac_text(mac, false, macText);
+    lanhost_mac_text(mac, false, macText);
     dhcpRequestEntry *entry = list_find_dhcpRequestEntry(macText);
     if (!entry) {
-        entry = static_cast<dhcpRequestEntry *>(calloc(1, sizeof *entry));
+        entry = list_add_dhcpRequestEntry(macText);
         if (!entry) {
             printf("%s %d dhcpRequestEntry malloc fail!!!! return 0;\n", __func__, __LINE__);
             return false;
         }
         LANHOST_LOG(3, "SLIST_INSERT_HEAD mac:%s\n", macText);
-        copy_text(entry->macAddr, macText);
-        entry->next = dhcpRequestListHead;
-        dhcpRequestListHead = entry;
     }
     lanhost_dhcp_option_update(entry, text, strlen(text));
     return true;
-}
-
-// The next non-empty field before a comma, as strtok_r would give it.
-bool next_field(ByteCursor *rest, ByteCursor *field) {
-    while (rest->left() && *rest->peek() == ',')
-        rest->skip(1);
-    if (!rest->left())
-        return false;
-    const void *comma = memchr(rest->peek(), ',', rest->left());
-    size_t n = comma ? size_t(static_cast<const uint8_t *>(comma) - rest->peek()) : rest->left();
-    return rest->sub(n, field);
 }
 
 // The walk of one datagram, the same for both readers: each report
@@ -147,7 +125,7 @@ template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnRepor
     for (;;) {
         ByteCursor head = rest;
         nlmsghdr hdr;
-        ByteCursor msg(nullptr, 0);
+        ByteCursor msg;
         if (!head.take_into(&hdr) || hdr.nlmsg_len < sizeof hdr || !rest.sub(hdr.nlmsg_len, &msg))
             return;
         if (hdr.nlmsg_type == NLMSG_ERROR) {
@@ -158,7 +136,7 @@ template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnRepor
         const uint8_t *mac = msg.take(kMacSize);
         if (hdr.nlmsg_type == NLMSG_DONE && mac) {
             char text[kUaReadSize];
-            copy_text(text, reinterpret_cast<const char *>(msg.peek()), msg.left());
+            lanhost_copy_text(text, msg);
             if (!on_report(mac, text))
                 return;
         }
@@ -167,25 +145,15 @@ template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnRepor
     }
 }
 
-ssize_t ua_recv(int fd, uint8_t *buf, size_t size, int flags) {
-    sockaddr_nl from;
-    iovec iov{buf, size};
-    msghdr msg;
-    memset(&msg, 0, sizeof msg);
-    msg.msg_name = &from;
-    msg.msg_namelen = sizeof from;
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    return recvmsg(fd, &msg, flags);
-}
-
 } // namespace
 
 void lanhost_ua_walk(const uint8_t *bytes, size_t len) {
     int devtype = 0;
     walk(bytes, len, [&devtype](const uint8_t *mac, const char *text) {
         LANHOST_LOG(3, "recv nlmsg data OK\n");
-        LANHOST_LOG(3, "mac:%02X:%02X:%02X:%02X:%02X:%02X\n", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+        char macText[kMacTextSize];
+        lanhost_mac_text(mac, true, macText);
+        LANHOST_LOG(3, "mac:%s\n", macText);
         LANHOST_LOG(3, "data:%s\n", text);
         if (strstr(text, kDhcpOptionKeyword))
             return dhcp_option_report(mac, text);
@@ -204,28 +172,26 @@ void lanhost_ua_thread_walk(const uint8_t *bytes, size_t len) {
 }
 
 void lanhost_dhcp_option_update(dhcpRequestEntry *entry, const char *text, size_t len) {
-    ByteCursor rest(text, len);
-    ByteCursor field(nullptr, 0);
-    if (!next_field(&rest, &field)) // the keyword
+    ByteCursor rest(text, len), field;
+    if (!rest.field(',', &field)) // the keyword
         return;
     for (const OptionField &f : kOptionFields) {
-        if (!next_field(&rest, &field))
+        if (!rest.field(',', &field))
             return;
         const void *eq = memchr(field.peek(), '=', field.left());
         if (!eq)
             continue;
         field.skip(size_t(static_cast<const uint8_t *>(eq) - field.peek()) + 1);
-        const char *value = reinterpret_cast<const char *>(field.peek());
-        char now[sizeof(dhcpRequestEntry::hostName)];
         // A name that isn't gb2312 throughout keeps what was converted before the fault.
+        char now[sizeof(dhcpRequestEntry::hostName)];
         if (f.gb2312)
-            hostNameToUtf8(value, field.left(), now, f.size);
+            hostNameToUtf8(field.text(), field.left(), now, f.size);
         else
-            copy_text(now, f.size, value, field.left());
+            lanhost_copy_text(now, f.size, field.text(), field.left());
         char *stored = reinterpret_cast<char *>(entry) + f.offset;
         if (strcmp(now, stored) != 0) {
             LANHOST_LOG(3, "!!!! set %s=%s!!!!", f.logName, now);
-            copy_text(stored, f.size, now);
+            lanhost_copy_text(stored, f.size, now);
         }
     }
 }
@@ -266,36 +232,32 @@ int lanhost_ua_greet(int fd) {
 
 void zn_event_lanhost_httpSockRead_cb(evutil_socket_t fd, short, void *) {
     LANHOST_LOG(3, "start\n");
-    uint8_t buf[kUaReadSize] = {};
+    uint8_t buf[kUaReadSize];
     // Woken by the loop, the read finds a datagram; it must never wait.
-    ssize_t n = ua_recv(fd, buf, sizeof buf, MSG_DONTWAIT);
-    if (n <= 0) {
-        LANHOST_LOG(1, "recv netlink msg error:%d\n", int(n));
-        return;
-    }
-    lanhost_ua_walk(buf, size_t(n));
+    const ssize_t n = lanhost_read_once(fd, buf, sizeof buf, {ReadFailure::kResult, false, 1, MSG_DONTWAIT});
+    if (n >= 0)
+        lanhost_ua_walk(buf, size_t(n));
 }
 
 void *zn_event_lanhost_httpThread(void *) {
     lanhost_ua_module_cmd("insmod");
-    int fd = socket(AF_NETLINK, SOCK_RAW, kHttpAgentProtocol);
-    if (fd >= 0) {
+    const UniqueFd fd(socket(AF_NETLINK, SOCK_RAW, kHttpAgentProtocol));
+    if (fd) {
         sockaddr_nl addr;
         memset(&addr, 0, sizeof addr);
         addr.nl_family = AF_NETLINK;
         addr.nl_pid = uint32_t(getpid());
         // A port id already taken (by the tracker) is no reason to stop: the
         // greeting still goes out.
-        bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-        if (lanhost_ua_greet(fd) == 0) {
+        bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+        if (lanhost_ua_greet(fd.get()) == 0) {
             for (;;) {
                 uint8_t buf[kUaThreadReadSize] = {};
-                ssize_t n = ua_recv(fd, buf, sizeof buf, 0);
+                const ssize_t n = recv(fd.get(), buf, sizeof buf, 0);
                 if (n >= ssize_t(sizeof(nlmsghdr)))
                     lanhost_ua_thread_walk(buf, size_t(n));
             }
         }
-        close(fd);
     }
     lanhost_ua_module_cmd("rmmod");
     pthread_detach(pthread_self());

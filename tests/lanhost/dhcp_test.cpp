@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent_log.h"
+#include "lanhost.h"
 #include "lanhost_dhcp.h"
 #include "shell.h"
 
@@ -58,7 +59,7 @@ TEST(LeaseMessage, SplitsAtRunsOfCommas) {
     };
     for (const Case &c : cases) {
         LeaseMessage msg;
-        zn_event_lanhost_leaseMsg_parse(c.text.data(), c.len == kWhole ? c.text.size() : c.len, &msg);
+        lanhost_lease_message_parse(c.text.data(), c.len == kWhole ? c.text.size() : c.len, &msg);
         ASSERT_EQ(msg.count, c.fields.size()) << c.text;
         for (size_t i = 0; i < msg.count; i++)
             EXPECT_EQ(msg.field[i], c.fields[i]) << c.text;
@@ -93,10 +94,12 @@ TEST(LeaseMessage, Ipv4LeaseFillsInTheKnownHost) {
     for (const Case &c : cases) {
         lhost *h = list_init_add_lhost();
         ASSERT_NE(h, nullptr);
-        copy_text(h->macAddr, "02:00:00:AB:10:01");
+        lanhost_copy_text(h->macAddr, "02:00:00:AB:10:01");
         macStr_to_bytes(h->mac, h->macAddr);
-        copy_text(h->brPortName, "eth1");
-        EXPECT_EQ(zn_event_lanhost_update_dhcp_LeaseTime(c.text.c_str()), 0);
+        lanhost_copy_text(h->brPortName, "eth1");
+        LeaseMessage msg;
+        lanhost_lease_message_parse(c.text.data(), c.text.size(), &msg);
+        EXPECT_EQ(zn_event_lanhost_update_dhcp_LeaseTime(msg), 0);
         EXPECT_EQ(h->active, c.taken ? 1 : 0) << c.text;
         EXPECT_STREQ(h->ipAddrSource, c.taken ? "DHCP" : "") << c.text;
         EXPECT_STREQ(h->ipAddr, c.taken ? "192.168.1.10" : "") << c.text;
@@ -178,7 +181,8 @@ TEST(DhcpOptions, OnlyWholeRequestsWithAClientIdentifierGoOn) {
     };
     for (const Case &c : cases) {
         DhcpRequestSnoop req;
-        ASSERT_EQ(zn_event_lanhost_dhcpRequest_parse(c.opts.data(), c.opts.size(), &req), c.result) << c.what;
+        ASSERT_EQ(lanhost_dhcp_request_parse(c.opts.data(), c.opts.size(), &req) == Parse::kOk ? 0 : -1, c.result)
+            << c.what;
         if (c.result < 0)
             continue;
         EXPECT_STREQ(req.macAddr, "02:00:00:00:30:ab") << c.what;
