@@ -23,7 +23,7 @@ constexpr uint8_t kDhcpRequest = 3;
 constexpr DhcpOptionRule kMessageType{53, 1, 1};                            // section 9.6
 constexpr DhcpOptionRule kClientId{61, 7, 7};                               // 9.14: type byte, then the MAC
 constexpr DhcpOptionRule kRequestedIp{50, 4, 4};                            // 9.1
-constexpr DhcpOptionRule kHostNameOption{12, 1, sizeof(lhost::HostName) - 1}; // 3.14, as long as the record holds
+constexpr DhcpOptionRule kHostNameOption{12, 0, sizeof(lhost::HostName) - 1}; // 3.14, as long as the record holds
 // What the store's signed lease parameter shows as -1: the lease is upstream.
 constexpr int64_t kSnoopedLease = 0xFFFFFFFF;
 
@@ -116,10 +116,10 @@ Parse lanhost_dhcp_request_parse(const uint8_t *opts, size_t len, DhcpRequestSno
     default:
         return found;
     }
-    // A name too long for the record, or empty, leaves the old one.
+    // A name too long for the record leaves the old one; an empty one empties it.
     if (lanhost_dhcp_option_lookup(opts, len, kHostNameOption, &v) == Parse::kOk) {
         lanhost_copy_text(out->hostName, v);
-        out->hasHostName = out->hostName[0] != '\0';
+        out->hasHostName = true;
     }
     return Parse::kOk;
 }

@@ -66,9 +66,10 @@ int zn_event_lanhost_update_dhcp_LeaseTime(const LeaseMessage &msg) {
         LANHOST_LOG(3, "!!!! buf no ip");
         return 0;
     }
+    // Whatever else the field holds goes on as the host's address: this path
+    // makes the source "DHCP", so the address never reaches a lease file search.
     const char *ip = msg.field[kIpField];
-    // Only a dotted address goes on: it is later a search text of the lease file.
-    if (!ipv4_str_is_valid(ip)) {
+    if (ip[0] == '*') {
         LANHOST_LOG(3, "ip=%s invalid", ip);
         return 0;
     }

@@ -182,8 +182,9 @@ void lanhost_dhcp_option_update(dhcpRequestEntry *entry, const char *text, size_
         if (!eq)
             continue;
         field.skip(size_t(static_cast<const uint8_t *>(eq) - field.peek()) + 1);
-        // A name that isn't gb2312 throughout keeps what was converted before the fault.
-        char now[sizeof(dhcpRequestEntry::hostName)];
+        // What was converted before a fault counts, and that is nothing when
+        // the converter can't even be opened.
+        char now[sizeof(dhcpRequestEntry::hostName)] = {};
         if (f.gb2312)
             hostNameToUtf8(field.text(), field.left(), now, f.size);
         else
