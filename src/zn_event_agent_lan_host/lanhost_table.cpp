@@ -23,6 +23,14 @@ template <typename T> bool unlink_node(T **head, T *node) {
     return false;
 }
 
+// The first record of the list that match accepts, or null.
+template <typename T, typename Match> T *find_node(T *head, Match &&match) {
+    for (T *node = head; node; node = node->next)
+        if (match(*node))
+            return node;
+    return nullptr;
+}
+
 // A zeroed record at the head of the list, or null.
 template <typename T> T *push_new(T **head) {
     auto *node = static_cast<T *>(calloc(1, sizeof(T)));
@@ -53,10 +61,7 @@ lhost *list_init_add_lhost() {
 }
 
 lhost *list_find_lhost(const char *macText) {
-    for (lhost *h = hostListHead; h; h = h->next)
-        if (strcasecmp(h->macAddr, macText) == 0)
-            return h;
-    return nullptr;
+    return find_node(hostListHead, [macText](const lhost &h) { return strcasecmp(h.macAddr, macText) == 0; });
 }
 
 void list_del_lhost(lhost *host) {
@@ -77,10 +82,8 @@ dhcpRequestEntry *list_add_dhcpRequestEntry(const char *macText) {
 }
 
 dhcpRequestEntry *list_find_dhcpRequestEntry(const char *macText) {
-    for (dhcpRequestEntry *e = dhcpRequestListHead; e; e = e->next)
-        if (strcmp(e->macAddr, macText) == 0)
-            return e;
-    return nullptr;
+    return find_node(dhcpRequestListHead,
+                     [macText](const dhcpRequestEntry &e) { return strcmp(e.macAddr, macText) == 0; });
 }
 
 void list_del_dhcpRequestEntry(dhcpRequestEntry *entry) {
