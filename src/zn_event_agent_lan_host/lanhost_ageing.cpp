@@ -39,16 +39,16 @@ void lanhost_mac_ageing_sweep(const brctl_fdb_entry_t *records, size_t count) {
             continue;
         lhost *host = list_find_lhost(mac);
         if (!host) {
-            LANHOST_LOG(3, "lhost=NULL mac=%s", mac);
+            LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "lhost=NULL mac=%s", mac);
             continue;
         }
-        LANHOST_LOG(3, "mac=%s, ageing=%d", mac, int(r.ageing_timer_value / 100));
+        LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "mac=%s, ageing=%d", mac, int(r.ageing_timer_value / 100));
         if (!host->active) {
-            LANHOST_LOG(3, "inactive, jump it mac=%s", mac);
+            LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "inactive, jump it mac=%s", mac);
             continue;
         }
         if (host->arpState == kArpProbing) {
-            LANHOST_LOG(3, "arp already send jump mac=%s", mac);
+            LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "arp already send jump mac=%s", mac);
             continue;
         }
         zn_event_lanhost_arpping(host);

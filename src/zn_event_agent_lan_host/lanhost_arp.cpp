@@ -106,8 +106,9 @@ int zn_event_lanhost_arpping(lhost *host) {
         return 0;
     const auto &ownIp = reinterpret_cast<const sockaddr_in &>(bridge[kQueryAddr].ifr_addr);
     uint8_t frame[kArpRequestSize];
-    lanhost_arp_request_build(frame, host->mac, reinterpret_cast<const uint8_t *>(bridge[kQueryHwaddr].ifr_hwaddr.sa_data),
-                              reinterpret_cast<const uint8_t *>(&ownIp.sin_addr), reinterpret_cast<const uint8_t *>(&target));
+    lanhost_arp_request_build(
+        frame, host->mac, reinterpret_cast<const uint8_t *>(bridge[kQueryHwaddr].ifr_hwaddr.sa_data),
+        reinterpret_cast<const uint8_t *>(&ownIp.sin_addr), reinterpret_cast<const uint8_t *>(&target));
     sockaddr_ll to;
     memset(&to, 0, sizeof to);
     to.sll_family = AF_PACKET;

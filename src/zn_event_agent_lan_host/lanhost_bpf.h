@@ -26,7 +26,7 @@ constexpr sock_filter kArp[] = {
     {BPF_RET | BPF_K, 0, 0, 0},                          // drop
 };
 
-// IPv6 neighbour advertisements (ICMPv6 right behind the fixed header).
+// IPv6 neighbor advertisements (ICMPv6 right behind the fixed header).
 constexpr sock_filter kNeighborAdvert[] = {
     {BPF_LD | BPF_H | BPF_ABS, 0, 0, kEtherTypeAt},           // A = EtherType
     {BPF_JMP | BPF_JEQ | BPF_K, 0, 5, ETHERTYPE_IPV6},        // not IPv6: drop

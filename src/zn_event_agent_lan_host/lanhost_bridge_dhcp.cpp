@@ -51,7 +51,7 @@ void dhcp_header_dump(const uint8_t *buf, size_t len) {
         {"flags= ", ntohs(h.flags), true},
     };
     for (const auto &n : numbers)
-        LANHOST_LOG(4, n.hex ? "%s0x%x" : "%s%u", n.label, n.value);
+        LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 4, n.hex ? "%s0x%x" : "%s%u", n.label, n.value);
     const struct {
         const char *label;
         in_addr addr;
@@ -59,7 +59,7 @@ void dhcp_header_dump(const uint8_t *buf, size_t len) {
     for (const auto &a : addrs) {
         char text[kIpv4TextSize];
         lanhost_ipv4_text(reinterpret_cast<const uint8_t *>(&a.addr), text);
-        LANHOST_LOG(4, "%s%s", a.label, text);
+        LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 4, "%s%s", a.label, text);
     }
 }
 
@@ -92,7 +92,7 @@ Parse lanhost_dhcp_request_parse(const uint8_t *opts, size_t len, DhcpRequestSno
     switch (const Parse found = lanhost_dhcp_option_lookup(opts, len, kMessageType, &v)) {
     case Parse::kOk: {
         const uint8_t type = *v.take(1);
-        LANHOST_LOG(2, "DHCP, dhcp_message_type=%d", type);
+        LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 2, "DHCP, dhcp_message_type=%d", type);
         if (type != kDhcpRequest)
             return Parse::kWrongType;
         break;
@@ -106,7 +106,7 @@ Parse lanhost_dhcp_request_parse(const uint8_t *opts, size_t len, DhcpRequestSno
         return found;
     v.skip(1);
     lanhost_mac_text(v.take(6), false, out->macAddr);
-    LANHOST_LOG(3, "DHCP, macAddr=%s", out->macAddr);
+    LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 3, "DHCP, macAddr=%s", out->macAddr);
     switch (const Parse found = lanhost_dhcp_option_lookup(opts, len, kRequestedIp, &v)) {
     case Parse::kOk:
         lanhost_ipv4_text(v.take(4), out->requestedIp);

@@ -124,7 +124,8 @@ void log_neighbor(const char *family, const NeighborMsg &m, bool v6) {
         ipv4_text(m.attr[NDA_DST], v4);
         lanhost_copy_text(ip, v4);
     }
-    LANHOST_LOG(3, "%s,ndm->ndm_state=%d(%s) ip=%s mac=%s", family, m.state, netlink_ndmState_name(m.state), ip, mac);
+    LANHOST_LOG_AS(netlink_neighborMsg_handle, 3, "%s,ndm->ndm_state=%d(%s) ip=%s mac=%s", family, m.state,
+                   netlink_ndmState_name(m.state), ip, mac);
 }
 
 void route_layer2(const NeighborMsg &m) { netlink_layer2_neighborMsg_parse(m.attr, m.ifindex, m.type); }
@@ -167,7 +168,7 @@ void interface_name(int s, int32_t index, char (&name)[IFNAMSIZ]) {
     memset(&ifr, 0, sizeof ifr);
     ifr.ifr_ifindex = index;
     if (ioctl(s, SIOCGIFNAME, &ifr) < 0) {
-        LANHOST_LOG(1, "ioctl fail: %s\n", strerror(errno));
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 1, "ioctl fail: %s\n", strerror(errno));
         return;
     }
     lanhost_copy_text(name, ifr.ifr_name, IFNAMSIZ);
@@ -178,7 +179,7 @@ void interface_mac_text(int s, const char *name, char (&text)[kMacTextSize]) {
     memset(&ifr, 0, sizeof ifr);
     lanhost_copy_text(ifr.ifr_name, name);
     if (ioctl(s, SIOCGIFHWADDR, &ifr) < 0) {
-        LANHOST_LOG(1, "ioctl fail: %s\n", strerror(errno));
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 1, "ioctl fail: %s\n", strerror(errno));
         return;
     }
     lanhost_mac_text(reinterpret_cast<const uint8_t *>(ifr.ifr_hwaddr.sa_data), true, text);
@@ -267,7 +268,7 @@ void wlan_host_offline(lhost *host) {
 void layer2_add(const BridgeReport &r) {
     lhost *host = list_find_lhost(r.mac);
     if (host && strcmp(host->brPortName, r.brPortName) != 0) {
-        LANHOST_LOG(3, "Port Changed! from %s to %s", host->brPortName, r.brPortName);
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "Port Changed! from %s to %s", host->brPortName, r.brPortName);
         lanhost_copy_text(host->brPortName, r.brPortName);
         wrapperZns_lanhost_update_Layer2Interface(host);
     } else if (!host) {
@@ -283,7 +284,7 @@ void layer2_add(const BridgeReport &r) {
     }
     // A new host has no address yet, so its first probe stops at once.
     if (wrapperZns_lanhost_l2Interface_is_bridge(host) == 1) {
-        LANHOST_LOG(3, "Bridge, macAddr=%s", host->macAddr);
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "Bridge, macAddr=%s", host->macAddr);
         zn_event_lanhost_arpping(host);
     }
 }
@@ -293,12 +294,12 @@ void layer2_delete(const BridgeReport &r) {
     if (!host)
         return;
     if (begins_with_any(host->brPortName, kWirelessMarks)) {
-        LANHOST_LOG(3, "wlan dev offline macAddr=%s", host->macAddr);
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "wlan dev offline macAddr=%s", host->macAddr);
         wlan_host_offline(host);
     } else {
         lanhost_macfilter_notify(host, kMacfilterWiredDeleted);
     }
-    LANHOST_LOG(3, "set offline and delet lhost macAddr=%s", host->macAddr);
+    LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "set offline and delet lhost macAddr=%s", host->macAddr);
     wrapperZns_lanhost_set_offline(host);
     wrapperZns_lanhostIPv6_set_offline(host);
     list_del_lhost(host);

@@ -61,26 +61,27 @@ void *offline_slot(zns_xml_handle_t *handle) {
     if (index) {
         znsXml_addObjectByOIDIAIndirect(handle, kOidOfflineHost, lanhost_instance(index), 0, 0);
     } else if (!(index = offline_oldest(handle))) {
-        ZN_LOG(4, "Error!!! IA iValue %d is not in 1~255!!!\n", 0);
+        ZN_LOG_AS(wrapperOfflineLanHost_add, 4, "Error!!! IA iValue %d is not in 1~255!!!\n", 0);
         return nullptr;
     }
     void *slot = znsXml_GetObjectByOID(handle, kOidOfflineHost, lanhost_instance(index), 1);
     if (!slot)
-        ZN_LOG(1, "get OID_InternetGatewayDevice_LANDevice_i_Hosts_OfflineHost_i %d fail \n", index);
+        ZN_LOG_AS(wrapperOfflineLanHost_add, 1,
+                  "get OID_InternetGatewayDevice_LANDevice_i_Hosts_OfflineHost_i %d fail \n", index);
     return slot;
 }
 
 void set_ipv6_inactive(const uint8_t *object) {
     const uint8_t inactive = 0;
-    LANHOST_LOG(4, "set value: ipv6Active=%d", inactive);
     lanhost_store_set_one(storeHandle, object, "ipv6Active", ZNS_TYPE_BOOL, &inactive);
 }
 
 } // namespace
 
 void wrapperZns_offlineLanHost_delete(const uint8_t *mac) {
-    const int index = lanhost_store_scan(storeHandle, kOidOfflineHost, wrapperZns_lanhost_get_maxNum(),
-                                         [&](int, const uint8_t *object) { return lanhost_has_mac(object, kOfflineMacAt, mac); });
+    const int index =
+        lanhost_store_scan(storeHandle, kOidOfflineHost, wrapperZns_lanhost_get_maxNum(),
+                           [&](int, const uint8_t *object) { return lanhost_has_mac(object, kOfflineMacAt, mac); });
     if (index)
         znsXml_delObjectByOIDIAIndirect(storeHandle, kOidOfflineHost, lanhost_instance(index));
 }
@@ -126,6 +127,7 @@ int wrapperZns_lanhost_set_offline(lhost *host) {
 int wrapperZns_lanhostIPv6_set_offline(lhost *host) {
     const auto *object = static_cast<const uint8_t *>(wrapperZns_get_lanhost_byMac(host->mac));
     if (object && lanhost_field<uint8_t>(object, kHostIpv6ActiveAt) == 1) {
+        LANHOST_LOG(4, "set value: ipv6Active=%d", 0);
         set_ipv6_inactive(object);
         wrapperOfflineLanHost_add(storeHandle, host->mac, object);
     }
@@ -133,8 +135,10 @@ int wrapperZns_lanhostIPv6_set_offline(lhost *host) {
 }
 
 int wrapperZns_lanhostIPv6_delete(const uint8_t *mac) {
-    if (const auto *object = static_cast<const uint8_t *>(wrapperZns_get_lanhost_byMac(mac)))
+    if (const auto *object = static_cast<const uint8_t *>(wrapperZns_get_lanhost_byMac(mac))) {
+        LANHOST_LOG(4, "set value: ipv6Active=%d", 0);
         set_ipv6_inactive(object);
+    }
     return 0;
 }
 

@@ -95,7 +95,8 @@ int wrapperZns_lanhost_l2Interface_is_bridge(lhost *host) {
                 snprintf(path, sizeof path, "InternetGatewayDevice.WANDevice.%d.WANConnectionDevice.%d.%s.%d", wan, c,
                          kind.name, i);
                 auto *obj = static_cast<const char *>(znsXml_GetObjectByName(storeHandle, path, 1));
-                if (obj && strstr(obj + kind.typeAt, "Bridged") && strstr(obj + kind.bindingAt, host->Layer2Interface)) {
+                if (obj && strstr(obj + kind.typeAt, "Bridged") &&
+                    strstr(obj + kind.bindingAt, host->Layer2Interface)) {
                     LANHOST_LOG(3, "find %s in ip_interface", path);
                     return 1;
                 }

@@ -43,7 +43,7 @@ void send_ns_on(int s, const char *address) {
         return;
     const int ownState = lanhost_own_ipv6_address(&own);
     if (ownState < 0)
-        ZN_LOG(1, "fail to get LANDevice.1.LANHostConfigManagement.IPInterface.1.X_CT-COM_IPv6Address\r\n");
+        ZN_LOG_AS(sendNS, 1, "fail to get LANDevice.1.LANHostConfigManagement.IPInterface.1.X_CT-COM_IPv6Address\r\n");
     if (ownState != 1)
         return;
     sockaddr_in6 source{};

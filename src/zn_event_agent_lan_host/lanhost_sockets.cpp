@@ -25,40 +25,42 @@ namespace {
 constexpr const char *kLeaseTimeSocket = "/tmp/leasetime_unix";
 constexpr const char *kDhcp6sAddressSocket = "/tmp/dhcp6sAddress_unix";
 constexpr const char *kRadvdPrefixSocket = "/tmp/radvdprefix_unix";
-// Set in the neighbour socket's port id, beside the process id.
+// Set in the neighbor socket's port id, beside the process id.
 constexpr uint32_t kNeighborPortIdTag = 0x640000;
 constexpr uint16_t kBootpServerPort = 67; // RFC 2131, section 4.1
 
-int netlink_sock_init(int *fd, sockaddr_nl *addr, int protocol, uint32_t port_id, uint32_t groups) {
+// The helpers' lines carry the name of the initialiser that calls them.
+int netlink_sock_init(int *fd, sockaddr_nl *addr, int protocol, uint32_t port_id, uint32_t groups,
+                      const char *caller = __builtin_FUNCTION()) {
     memset(addr, 0, sizeof *addr);
     addr->nl_family = AF_NETLINK;
     addr->nl_pid = port_id;
     addr->nl_groups = groups;
     const int s = socket(AF_NETLINK, SOCK_RAW, protocol);
     if (s < 0) {
-        LANHOST_LOG(1, "socket fail:%s", strerror(errno));
+        LANHOST_LOG_FOR(caller, 1, "socket fail:%s", strerror(errno));
         return -1;
     }
     if (bind(s, reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
-        LANHOST_LOG(1, "bind fail");
+        LANHOST_LOG_FOR(caller, 1, "bind fail");
         return -1;
     }
     *fd = s;
     return 0;
 }
 
-int unix_dgram_sock_init(int *fd, sockaddr_un *addr, const char *path) {
+int unix_dgram_sock_init(int *fd, sockaddr_un *addr, const char *path, const char *caller = __builtin_FUNCTION()) {
     memset(addr, 0, sizeof *addr);
     addr->sun_family = AF_UNIX;
     lanhost_copy_text(addr->sun_path, path);
     const int s = socket(AF_UNIX, SOCK_DGRAM, 0);
     if (s < 0) {
-        LANHOST_LOG(1, "socket fail:%s", strerror(errno));
+        LANHOST_LOG_FOR(caller, 1, "socket fail:%s", strerror(errno));
         return -1;
     }
     unlink(path); // a file left by an earlier run would refuse the bind
     if (bind(s, reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
-        LANHOST_LOG(1, "bind fail");
+        LANHOST_LOG_FOR(caller, 1, "bind fail");
         return -1;
     }
     *fd = s;
@@ -67,15 +69,16 @@ int unix_dgram_sock_init(int *fd, sockaddr_un *addr, const char *path) {
 
 // A packet socket on the bridge that sees only what the filter lets through.
 template <size_t N>
-int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N], const char *bind_failure) {
+int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N], const char *bind_failure,
+                     const char *caller = __builtin_FUNCTION()) {
     UniqueFd s(socket(AF_PACKET, SOCK_RAW, htons(protocol)));
     if (!s) {
-        LANHOST_LOG(1, "socket fail");
+        LANHOST_LOG_FOR(caller, 1, "socket fail");
         return -1;
     }
     sock_fprog prog{N, const_cast<sock_filter *>(filter)};
     if (setsockopt(s.get(), SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof prog) < 0) {
-        LANHOST_LOG(1, "failed to attach filter rule");
+        LANHOST_LOG_FOR(caller, 1, "failed to attach filter rule");
         return -1;
     }
     // A fresh request for each query, as the driver may write any of it.
@@ -86,7 +89,7 @@ int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N],
     };
     ifreq index, hwaddr;
     if (!query(SIOCGIFINDEX, &index) || !query(SIOCGIFHWADDR, &hwaddr)) {
-        LANHOST_LOG(1, "ioctl fail");
+        LANHOST_LOG_FOR(caller, 1, "ioctl fail");
         return -1;
     }
     sockaddr_ll sll;
@@ -96,7 +99,7 @@ int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N],
     sll.sll_halen = ETH_ALEN;
     memcpy(sll.sll_addr, hwaddr.ifr_hwaddr.sa_data, ETH_ALEN);
     if (bind(s.get(), reinterpret_cast<sockaddr *>(&sll), sizeof sll) < 0) {
-        LANHOST_LOG(1, "%s", bind_failure);
+        LANHOST_LOG_FOR(caller, 1, "%s", bind_failure);
         return -1;
     }
     *fd = s.release();
@@ -111,13 +114,19 @@ int zn_event_neighbor_netlink_sock_init(int *fd, sockaddr_nl *addr) {
 
 int zn_event_httpAgent_netlink_sock_init(int *fd, sockaddr_nl *addr) {
     lanhost_ua_module_cmd("insmod");
-    if (netlink_sock_init(fd, addr, kHttpAgentProtocol, uint32_t(getpid()), 0) < 0 || lanhost_ua_greet(*fd) < 0)
+    if (netlink_sock_init(fd, addr, kHttpAgentProtocol, uint32_t(getpid()), 0) < 0)
         return -1;
+    if (lanhost_ua_greet(*fd) < 0) {
+        LANHOST_LOG(1, "malloc nlmsghdr failed!\n");
+        return -1;
+    }
     list_reset_dhcpRequestEntry();
     return 0;
 }
 
-int zn_event_dhcp_unix_sock_init(int *fd, sockaddr_un *addr) { return unix_dgram_sock_init(fd, addr, kLeaseTimeSocket); }
+int zn_event_dhcp_unix_sock_init(int *fd, sockaddr_un *addr) {
+    return unix_dgram_sock_init(fd, addr, kLeaseTimeSocket);
+}
 
 int zn_event_dhcp6s_address_sock_init(int *fd, sockaddr_un *addr) {
     return unix_dgram_sock_init(fd, addr, kDhcp6sAddressSocket);

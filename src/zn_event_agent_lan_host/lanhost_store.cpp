@@ -25,6 +25,8 @@ constexpr const char kDnsmasqLeaseLock[] = "/etc/dnsmasq.leases.lock";
 constexpr const char kDhcp6sLeaseFile[] = "/etc/dhcp6s.leases";
 constexpr size_t kDnsmasqLineMax = 127, kDhcp6sLineMax = 255;
 
+bool wrapperUtil_search_dhcpleasefile(lhost *host);
+
 // The first line that "grep ADDRESS FILE" prints, cut to size - 1 characters;
 // false when there is none or the command can't run. address must be checked
 // text: it reaches the shell as it stands.
@@ -43,7 +45,8 @@ bool grep_first_line(const char *address, const char *file, char *line, size_t s
 // lock; false when there is none.
 bool dnsmasq_lease_line(const lhost *host, char (&line)[kDnsmasqLineMax + 1]) {
     if (!ipv4_str_is_valid(host->ipAddr)) {
-        LANHOST_LOG(1, "not an IPv4 address [%s], lease file not searched", host->ipAddr);
+        LANHOST_LOG_AS(wrapperUtil_search_dhcpleasefile, 1, "not an IPv4 address [%s], lease file not searched",
+                       host->ipAddr);
         return false;
     }
     const UniqueFd lock(open(kDnsmasqLeaseLock, O_WRONLY | O_CREAT | O_TRUNC, 0666));
@@ -51,7 +54,7 @@ bool dnsmasq_lease_line(const lhost *host, char (&line)[kDnsmasqLineMax + 1]) {
     while (lock && (locked = flock(lock.get(), LOCK_EX)) != 0 && errno == EINTR) {
     }
     if (locked != 0) {
-        LANHOST_LOG(1, "lock fail");
+        LANHOST_LOG_AS(wrapperUtil_search_dhcpleasefile, 1, "lock fail");
         return false;
     }
     const bool found = grep_first_line(host->ipAddr, kDnsmasqLeaseFile, line, sizeof line);
@@ -130,7 +133,7 @@ bool add_ipv4_param(const Ipv4Param &p, const lhost *host, const uint8_t *object
         if (value[0] == '\0' || (object && strcmp(value, reinterpret_cast<const char *>(object + p.objectAt)) == 0))
             return false;
         setParameterToList(list, p.name, ZNS_TYPE_STRING, value);
-        LANHOST_LOG(4, "set value: %s=%s", p.label, value);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: %s=%s", p.label, value);
         return true;
     }
     case Ipv4Rule::kLease: {
@@ -138,7 +141,7 @@ bool add_ipv4_param(const Ipv4Param &p, const lhost *host, const uint8_t *object
             return false;
         const int32_t value = int32_t(uint32_t(host->dhcpLeasetime));
         setParameterToList(list, p.name, ZNS_TYPE_INT32, &value);
-        LANHOST_LOG(4, "set value: %s=%d", p.label, value);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: %s=%d", p.label, value);
         return true;
     }
     case Ipv4Rule::kDevtype: {
@@ -146,7 +149,7 @@ bool add_ipv4_param(const Ipv4Param &p, const lhost *host, const uint8_t *object
         if (value == 0 || (object && value == lanhost_field<uint32_t>(object, p.objectAt)))
             return false;
         setParameterToList(list, p.name, ZNS_TYPE_UINT32, &value);
-        LANHOST_LOG(4, "set value: %s=%d", p.label, host->devtype);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: %s=%d", p.label, host->devtype);
         return true;
     }
     }
@@ -158,7 +161,7 @@ int ipv4_params(lhost *host, const char *lowerMac, const char *addr, const uint8
                 zns_param_list_t *list) {
     wrapperZns_offlineLanHost_delete(host->mac);
     if (host->ipAddrSource[0] == '\0') {
-        LANHOST_LOG(4, "lhost->ipAddrSource=[] set to static");
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "lhost->ipAddrSource=[] set to static");
         lanhost_copy_text(host->ipAddrSource, "Static");
         host->dhcpLeasetime = 0;
     }
@@ -167,7 +170,7 @@ int ipv4_params(lhost *host, const char *lowerMac, const char *addr, const uint8
     if (host->Vendor[0] == '\0')
         lanhost_copy_text(host->Vendor, "unknown");
     if (host->HostName[0] == '\0') {
-        LANHOST_LOG(4, "lhost->HostName=[] set to PC/PHONE");
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "lhost->HostName=[] set to PC/PHONE");
         lanhost_copy_text(host->HostName, host->devtype == 1 ? "Phone" : "PC");
     }
     int count = 0;
@@ -175,12 +178,12 @@ int ipv4_params(lhost *host, const char *lowerMac, const char *addr, const uint8
         const uint8_t active = 1;
         setParameterToList(list, "StartUptime", ZNS_TYPE_UINT32, &uptime);
         setParameterToList(list, "Active", ZNS_TYPE_BOOL, &active);
-        LANHOST_LOG(4, "set value: Active=%d", active);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: Active=%d", active);
         count += 2;
     }
     for (const Ipv4Param &p : kIpv4Params)
         count += add_ipv4_param(p, host, object, list);
-    LANHOST_LOG(4, "set value zns paraCnt=%d", count);
+    LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value zns paraCnt=%d", count);
     return count;
 }
 
@@ -194,7 +197,7 @@ void dhcp6s_lease_params(const char *addr, zns_param_list_t *list) {
         return;
     Dhcp6sLease lease;
     if (lanhost_dhcp6s_lease_parse(line, strlen(line), &lease) != Parse::kOk) {
-        LANHOST_LOG(1, "dhcp6s lease of %s not usable", addr);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 1, "dhcp6s lease of %s not usable", addr);
         return;
     }
     const int32_t remaining = int32_t(uint32_t(lease.leaseTime));

@@ -41,14 +41,12 @@ template <typename T> T *push_new(T **head) {
     return node;
 }
 
-int del_timer(event **timer, const char *what) {
+void del_timer(event **timer) {
     if (*timer) {
         event_del(*timer);
         event_free(*timer);
         *timer = nullptr;
     }
-    LANHOST_LOG(3, "%s", what);
-    return 0;
 }
 
 } // namespace
@@ -96,6 +94,14 @@ void list_reset_dhcpRequestEntry() {
         list_del_dhcpRequestEntry(dhcpRequestListHead);
 }
 
-int wrapper_libevent_lhost_delArptimer(lhost *host) { return del_timer(&host->arpTimer, "del arpping timer"); }
+int wrapper_libevent_lhost_delArptimer(lhost *host) {
+    del_timer(&host->arpTimer);
+    LANHOST_LOG(3, "del arpping timer");
+    return 0;
+}
 
-int wrapper_libevent_lhost_delIcmp6timer(lhost *host) { return del_timer(&host->icmp6Timer, "del icmp6 timer"); }
+int wrapper_libevent_lhost_delIcmp6timer(lhost *host) {
+    del_timer(&host->icmp6Timer);
+    LANHOST_LOG(3, "del icmp6 timer");
+    return 0;
+}

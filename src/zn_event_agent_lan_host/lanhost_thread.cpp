@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "agent_log.h"
+#include "agent_threads.h"
 #include "lanhost.h"
 #include "lanhost_ageing.h"
 #include "lanhost_arp.h"
@@ -49,28 +50,28 @@ struct Sockets {
 bool create_sockets(Sockets *s) {
     sockaddr_nl nl;
     sockaddr_un un;
-    LANHOST_LOG(1, "neighbor sock");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 1, "neighbor sock");
     if (zn_event_neighbor_netlink_sock_init(&s->neighbor, &nl) < 0)
         return false;
-    LANHOST_LOG(3, "http sock");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 3, "http sock");
     if (zn_event_httpAgent_netlink_sock_init(&s->http, &nl) < 0)
         return false;
-    LANHOST_LOG(3, "dhcp sock");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 3, "dhcp sock");
     if (zn_event_dhcp_unix_sock_init(&s->dhcp, &un) < 0)
         return false;
-    LANHOST_LOG(3, "arp ping sock");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 3, "arp ping sock");
     if (zn_event_arpPing_raw_sock_init(&s->arp) < 0)
         return false;
-    LANHOST_LOG(3, "bridge dhcp sock");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 3, "bridge dhcp sock");
     if (zn_event_bridge_dhcp_sock_init(&s->bridgeDhcp) < 0)
         return false;
-    LANHOST_LOG(3, "ipv6 icmpv6 sock");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 3, "ipv6 icmpv6 sock");
     if (zn_event_icmpv6_raw_sock_init(&s->icmpv6) < 0)
         return false;
-    LANHOST_LOG(3, "dhcp6s address socket");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 3, "dhcp6s address socket");
     if (zn_event_dhcp6s_address_sock_init(&s->dhcp6s, &un) < 0)
         return false;
-    LANHOST_LOG(3, "radvd address socket");
+    LANHOST_LOG_AS(zn_event_lanhost_thread, 3, "radvd address socket");
     return zn_event_radvd_address_sock_init(&s->radvd, &un) == 0;
 }
 

@@ -45,17 +45,22 @@ constexpr DevtypeWords kDevtypeWords[] = {
 };
 
 // How a reader types hosts and announces them: the types it tries, in
-// order, the case of the MAC text and the event's code.
+// order, the case of the MAC text and the event's code; its log lines carry
+// the reader's name.
 struct UaForm {
     const int *types;
     size_t typeCount;
     bool upperCaseMac;
     uint32_t code;
+    const char *reader;
 };
 constexpr int kTrackerTypes[] = {1, 2, 3};
 constexpr int kThreadTypes[] = {1, 2, 3, 5, 4};
-constexpr UaForm kTrackerForm{kTrackerTypes, std::size(kTrackerTypes), false, 32};
-constexpr UaForm kThreadForm{kThreadTypes, std::size(kThreadTypes), true, 64};
+constexpr UaForm kTrackerForm{kTrackerTypes, std::size(kTrackerTypes), false, 32,
+                              ZN_FUNCTION_NAME(zn_event_lanhost_httpSockRead_cb)};
+constexpr UaForm kThreadForm{kThreadTypes, std::size(kThreadTypes), true, 64,
+                             ZN_FUNCTION_NAME(zn_event_lanhost_httpThread)};
+#define TRACKER_LOG(level, ...) LANHOST_LOG_FOR(kTrackerForm.reader, level, __VA_ARGS__)
 
 // The fields of a DHCP option report after the keyword, by position.
 struct OptionField {
@@ -92,9 +97,9 @@ void http_report(const uint8_t *mac, const char *text, const UaForm &form, int *
     lanhost_mac_text(mac, form.upperCaseMac, macText);
     char msg[kEventTextSize] = {};
     snprintf(msg, sizeof msg, "%s %d useragent", macText, *devtype);
-    LANHOST_LOG(3, "msgBuf:%s", msg);
+    LANHOST_LOG_FOR(form.reader, 3, "msgBuf:%s", msg);
     if (zns_eventNotify(ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE, form.code, msg) == -1)
-        LANHOST_LOG(1, "send ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE fail");
+        LANHOST_LOG_FOR(form.reader, 1, "send ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE fail");
 }
 
 // Updates, or first makes, the entry of the MAC. false when no entry could
@@ -106,10 +111,10 @@ bool dhcp_option_report(const uint8_t *mac, const char *text) {
     if (!entry) {
         entry = list_add_dhcpRequestEntry(macText);
         if (!entry) {
-            printf("%s %d dhcpRequestEntry malloc fail!!!! return 0;\n", __func__, __LINE__);
+            printf("%s %d dhcpRequestEntry malloc fail!!!! return 0;\n", kTrackerForm.reader, __LINE__);
             return false;
         }
-        LANHOST_LOG(3, "SLIST_INSERT_HEAD mac:%s\n", macText);
+        TRACKER_LOG(3, "SLIST_INSERT_HEAD mac:%s\n", macText);
     }
     lanhost_dhcp_option_update(entry, text, strlen(text));
     return true;
@@ -120,7 +125,7 @@ bool dhcp_option_report(const uint8_t *mac, const char *text) {
 // at the end of its message; other types are skipped. NLMSG_ERROR, a length
 // below 16 or beyond the bytes left, or on_report returning false drops the
 // rest of the datagram.
-template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnReport on_report) {
+template <typename OnReport> void walk(const uint8_t *bytes, size_t len, const UaForm &form, OnReport on_report) {
     ByteCursor rest(bytes, len);
     for (;;) {
         ByteCursor head = rest;
@@ -129,7 +134,7 @@ template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnRepor
         if (!head.take_into(&hdr) || hdr.nlmsg_len < sizeof hdr || !rest.sub(hdr.nlmsg_len, &msg))
             return;
         if (hdr.nlmsg_type == NLMSG_ERROR) {
-            LANHOST_LOG(1, "recv nlmsg type is NLMSG_ERROR\n");
+            LANHOST_LOG_FOR(form.reader, 1, "recv nlmsg type is NLMSG_ERROR\n");
             return;
         }
         msg.skip(sizeof hdr);
@@ -149,12 +154,12 @@ template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnRepor
 
 void lanhost_ua_walk(const uint8_t *bytes, size_t len) {
     int devtype = 0;
-    walk(bytes, len, [&devtype](const uint8_t *mac, const char *text) {
-        LANHOST_LOG(3, "recv nlmsg data OK\n");
+    walk(bytes, len, kTrackerForm, [&devtype](const uint8_t *mac, const char *text) {
+        TRACKER_LOG(3, "recv nlmsg data OK\n");
         char macText[kMacTextSize];
         lanhost_mac_text(mac, true, macText);
-        LANHOST_LOG(3, "mac:%s\n", macText);
-        LANHOST_LOG(3, "data:%s\n", text);
+        TRACKER_LOG(3, "mac:%s\n", macText);
+        TRACKER_LOG(3, "data:%s\n", text);
         if (strstr(text, kDhcpOptionKeyword))
             return dhcp_option_report(mac, text);
         if (strstr(text, kUserAgentHeader))
@@ -165,7 +170,7 @@ void lanhost_ua_walk(const uint8_t *bytes, size_t len) {
 
 void lanhost_ua_thread_walk(const uint8_t *bytes, size_t len) {
     int devtype = 0;
-    walk(bytes, len, [&devtype](const uint8_t *mac, const char *text) {
+    walk(bytes, len, kThreadForm, [&devtype](const uint8_t *mac, const char *text) {
         http_report(mac, text, kThreadForm, &devtype);
         return true;
     });
@@ -191,7 +196,7 @@ void lanhost_dhcp_option_update(dhcpRequestEntry *entry, const char *text, size_
             lanhost_copy_text(now, f.size, field.text(), field.left());
         char *stored = reinterpret_cast<char *>(entry) + f.offset;
         if (strcmp(now, stored) != 0) {
-            LANHOST_LOG(3, "!!!! set %s=%s!!!!", f.logName, now);
+            TRACKER_LOG(3, "!!!! set %s=%s!!!!", f.logName, now);
             lanhost_copy_text(stored, f.size, now);
         }
     }
@@ -209,10 +214,8 @@ void lanhost_ua_module_cmd(const char *verb) {
 
 int lanhost_ua_greet(int fd) {
     auto *greeting = static_cast<nlmsghdr *>(calloc(1, kGreetingSize));
-    if (!greeting) {
-        LANHOST_LOG(1, "malloc nlmsghdr failed!\n");
+    if (!greeting)
         return -1;
-    }
     greeting->nlmsg_len = kGreetingSize;
     greeting->nlmsg_pid = uint32_t(getpid());
     memcpy(NLMSG_DATA(greeting), kGreeting, sizeof kGreeting);
