@@ -94,11 +94,11 @@ void mac_text(const NeighborAttr &a, char (&text)[kMacTextSize]) {
         lanhost_mac_text(mac, true, text);
 }
 
-void ipv4_text(const NeighborAttr &a, char (&text)[INET_ADDRSTRLEN]) {
+void ipv4_text(const NeighborAttr &a, char (&text)[kIpv4TextSize]) {
     in_addr addr;
     text[0] = '\0';
     if (lanhost_attr_ipv4(a, &addr))
-        inet_ntop(AF_INET, &addr, text, sizeof text);
+        lanhost_ipv4_text(reinterpret_cast<const uint8_t *>(&addr), text);
 }
 
 void ipv6_text(const NeighborAttr &a, char (&text)[INET6_ADDRSTRLEN]) {
@@ -120,7 +120,7 @@ void log_neighbor(const char *family, const NeighborMsg &m, bool v6) {
     if (v6) {
         ipv6_text(m.attr[NDA_DST], ip);
     } else {
-        char v4[INET_ADDRSTRLEN];
+        char v4[kIpv4TextSize];
         ipv4_text(m.attr[NDA_DST], v4);
         lanhost_copy_text(ip, v4);
     }
@@ -268,7 +268,8 @@ void wlan_host_offline(lhost *host) {
 void layer2_add(const BridgeReport &r) {
     lhost *host = list_find_lhost(r.mac);
     if (host && strcmp(host->brPortName, r.brPortName) != 0) {
-        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "Port Changed! from %s to %s", host->brPortName, r.brPortName);
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "Port Changed! from %s to %s", host->brPortName,
+                       r.brPortName);
         lanhost_copy_text(host->brPortName, r.brPortName);
         wrapperZns_lanhost_update_Layer2Interface(host);
     } else if (!host) {
@@ -446,7 +447,7 @@ int netlink_layer3_neighborMsg_parse(const NeighborAttr *attrs, uint16_t) {
     for (const Name &n : kNoticed)
         if (attrs[n.value].data)
             LANHOST_LOG(1, "%s", n.name);
-    char mac[kMacTextSize], ip[INET_ADDRSTRLEN];
+    char mac[kMacTextSize], ip[kIpv4TextSize];
     mac_text(attrs[NDA_LLADDR], mac);
     ipv4_text(attrs[NDA_DST], ip);
     if (!mac[0] || !ip[0])
