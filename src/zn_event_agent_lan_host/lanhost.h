@@ -8,7 +8,6 @@
 #include "znsutils.h"
 
 constexpr const char *kLanBridge = "br0";
-constexpr const char *kLanhostDebugFile = "/tmp/zn_event_agent_lanhost_debug";
 constexpr const char *kHostsPath = "InternetGatewayDevice.LANDevice.1.Hosts";
 
 extern zns_xml_handle_t *storeHandle;

@@ -27,6 +27,7 @@ char gatewayBaseMac[kMacTextSize];
 namespace {
 
 constexpr const char *kMacAddrBaseFile = "/etc/macAddrBase";
+constexpr const char *kLanhostDebugFile = "/tmp/zn_event_agent_lanhost_debug";
 uint16_t hostsSaveMark;
 
 struct Timer {
