@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "lanhost.h"
 #include "lanhost_ageing.h"
 #include "lanhost_neighbor.h"
 #include "shell.h"
@@ -23,9 +24,9 @@ brctl_fdb_entry_t record(const char *mac, uint32_t ageing) {
 lhost *add_host(const char *mac, const char *ip) {
     lhost *h = list_init_add_lhost();
     macStr_to_bytes(h->mac, mac);
-    copy_text(h->macAddr, mac);
-    copy_text(h->brPortName, "eth1");
-    copy_text(h->ipAddr, ip);
+    lanhost_copy_text(h->macAddr, mac);
+    lanhost_copy_text(h->brPortName, "eth1");
+    lanhost_copy_text(h->ipAddr, ip);
     h->active = 1;
     return h;
 }
@@ -61,7 +62,7 @@ TEST_F(Ageing, HostsSilentForSixSecondsGetOneProbe) {
         h->active = c.active;
         h->arpState = c.arpState;
         const brctl_fdb_entry_t records[] = {record("02:00:00:00:53:09", 900), record("02:00:00:00:53:01", c.ageing)};
-        zn_event_lanhost_macAging_sweep(records, 2);
+        lanhost_mac_ageing_sweep(records, 2);
         EXPECT_EQ(h->arpTimer != nullptr, c.probed) << c.what;
         EXPECT_EQ(h->arpState, c.probed ? 1 : c.arpState) << c.what;
         TearDown();
@@ -71,11 +72,11 @@ TEST_F(Ageing, HostsSilentForSixSecondsGetOneProbe) {
 
 TEST(MacText, OnlyHexPairsJoinedByColons) {
     for (const char *good : {"02:00:00:00:53:01", "AA:bb:Cc:dD:ee:FF"})
-        EXPECT_TRUE(mac_str_is_valid(good)) << good;
+        EXPECT_TRUE(lanhost_mac_str_is_valid(good)) << good;
     for (const char *bad : {"", "02:00:00:00:53:0", "02:00:00:00:53:011", "02-00-00-00-53-01", "02:00:00:00:53:0g",
                             "02:00:00:00:53;01", "$(reboot):00:00:01", "0x:00:00:00:53:01"})
-        EXPECT_FALSE(mac_str_is_valid(bad)) << bad;
-    EXPECT_FALSE(mac_str_is_valid(nullptr));
+        EXPECT_FALSE(lanhost_mac_str_is_valid(bad)) << bad;
+    EXPECT_FALSE(lanhost_mac_str_is_valid(nullptr));
 }
 
 TEST(Macfilter, FlaggedMacsAreReportedInUpperCaseAndNothingElseRuns) {
@@ -100,7 +101,7 @@ TEST(Macfilter, FlaggedMacsAreReportedInUpperCaseAndNothingElseRuns) {
 
     FILE *f = lanhost_macfilter_stat_open();
     ASSERT_NE(f, nullptr);
-    char mac[kMacfilterColumn];
+    char mac[kMacfilterLine];
     int count = -1;
     ASSERT_TRUE(lanhost_macfilter_stat_next(f, mac, &count));
     EXPECT_STREQ(mac, "02:00:00:00:5a:01");

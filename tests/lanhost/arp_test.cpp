@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "lanhost.h"
 #include "lanhost_arp.h"
+#include "lanhost_sockets.h"
 #include "lanhost_store.h"
 #include "shell.h"
 
@@ -38,9 +40,9 @@ const std::string kReply = "020000000001"
 lhost *add_host(const char *mac, const char *port, const char *ip) {
     lhost *h = list_init_add_lhost();
     macStr_to_bytes(h->mac, mac);
-    copy_text(h->macAddr, mac);
-    copy_text(h->brPortName, port);
-    copy_text(h->ipAddr, ip);
+    lanhost_copy_text(h->macAddr, mac);
+    lanhost_copy_text(h->brPortName, port);
+    lanhost_copy_text(h->ipAddr, ip);
     h->active = 1;
     return h;
 }
@@ -81,21 +83,21 @@ TEST(ArpFrames, ReplyParserReadsOnlyWholeReplies) {
     struct Case {
         const char *what;
         std::function<void(std::vector<uint8_t> &)> change;
-        ArpCheck check;
+        Parse check;
     } cases[] = {
-        {"valid", [](std::vector<uint8_t> &) {}, kArpOk},
-        {"padded to 60", [](std::vector<uint8_t> &f) { f.resize(60, 0); }, kArpOk},
-        {"41 bytes", [](std::vector<uint8_t> &f) { f.pop_back(); }, kArpTooShort},
-        {"empty", [](std::vector<uint8_t> &f) { f.clear(); }, kArpTooShort},
-        {"request", [](std::vector<uint8_t> &f) { f[21] = 1; }, kArpNotReply},
-        {"operation high byte", [](std::vector<uint8_t> &f) { f[20] = 1; }, kArpNotReply},
+        {"valid", [](std::vector<uint8_t> &) {}, Parse::kOk},
+        {"padded to 60", [](std::vector<uint8_t> &f) { f.resize(60, 0); }, Parse::kOk},
+        {"41 bytes", [](std::vector<uint8_t> &f) { f.pop_back(); }, Parse::kTooShort},
+        {"empty", [](std::vector<uint8_t> &f) { f.clear(); }, Parse::kTooShort},
+        {"request", [](std::vector<uint8_t> &f) { f[21] = 1; }, Parse::kWrongType},
+        {"operation high byte", [](std::vector<uint8_t> &f) { f[20] = 1; }, Parse::kWrongType},
     };
     for (const Case &c : cases) {
         std::vector<uint8_t> f = hex(kReply);
         c.change(f);
         ArpReply r{};
         EXPECT_EQ(lanhost_arp_reply_parse(f.data(), f.size(), &r), c.check) << c.what;
-        if (c.check == kArpOk) {
+        if (c.check == Parse::kOk) {
             EXPECT_EQ(memcmp(r.srcMac, "\x02\0\0\0\x52\x01", 6), 0);
             EXPECT_EQ(memcmp(r.dstMac, "\x02\0\0\0\0\x01", 6), 0);
             EXPECT_EQ(memcmp(r.senderIp, "\xc0\xa8\x01\x4d", 4), 0);
@@ -149,10 +151,10 @@ TEST_F(Arp, HostsWithoutAUsableAddressOrOnWirelessOrWithoutATimerAreNotProbed) {
         TearDown();
     }
     lhost *h = add_host("02:00:00:00:52:02", "ra0.0", "192.168.1.53");
-    copy_text(h->Layer2Interface, "InternetGatewayDevice.LANDevice.1.WLANConfiguration.9");
+    lanhost_copy_text(h->Layer2Interface, "InternetGatewayDevice.LANDevice.1.WLANConfiguration.9");
     zn_event_lanhost_arpping(h);
     EXPECT_EQ(h->arpTimer, nullptr);
-    copy_text(h->Layer2Interface, "");
+    lanhost_copy_text(h->Layer2Interface, "");
     event_base *base = lanhostEventBase;
     lanhostEventBase = nullptr; // no timer can be made
     zn_event_lanhost_arpping(h);
@@ -166,7 +168,7 @@ TEST_F(Arp, ReplyEndsTheProbeAndGivesItsAddressOnlyToBridgedPorts) {
     lhost *h = add_host(kMac, "eth3", "192.168.1.52");
     ASSERT_EQ(wrapper_libevent_lhost_addArptimer(h, 3), 0);
     h->arpState = 1;
-    zn_event_lanhost_arpreply_handle(reply.data(), reply.size());
+    lanhost_arp_reply_handle(reply.data(), reply.size());
     EXPECT_EQ(h->arpState, 0);
     EXPECT_EQ(h->arpTimer, nullptr);
     EXPECT_STREQ(h->ipAddr, "192.168.1.52") << "eth3 serves no bridged connection";
@@ -176,7 +178,7 @@ TEST_F(Arp, ReplyEndsTheProbeAndGivesItsAddressOnlyToBridgedPorts) {
                   .status,
               0);
     h->active = 0;
-    zn_event_lanhost_arpreply_handle(reply.data(), reply.size());
+    lanhost_arp_reply_handle(reply.data(), reply.size());
     EXPECT_STREQ(h->ipAddr, "192.168.1.77");
     EXPECT_EQ(h->active, 1);
     auto *obj = static_cast<const char *>(wrapperZns_get_lanhost_byMac(h->mac));
@@ -185,7 +187,7 @@ TEST_F(Arp, ReplyEndsTheProbeAndGivesItsAddressOnlyToBridgedPorts) {
 
     std::vector<uint8_t> stranger = reply;
     stranger[11] = 0x99;
-    zn_event_lanhost_arpreply_handle(stranger.data(), stranger.size());
+    lanhost_arp_reply_handle(stranger.data(), stranger.size());
     EXPECT_EQ(list_find_lhost("02:00:00:00:52:99"), nullptr);
     ASSERT_EQ(sh(std::string("znsUtil -s ") + kWan + " ConnectionType string IP_Routed").status, 0);
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "lanhost.h"
+#include "lanhost_sockets.h"
 #include "shell.h"
 
 using zntest::eventually;

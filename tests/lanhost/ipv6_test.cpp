@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "lanhost.h"
-#include "lanhost_ipv6.h"
+#include "lanhost_icmp6.h"
+#include "lanhost_prefix.h"
+#include "lanhost_sockets.h"
 #include "lanhost_table.h"
 #include "shell.h"
 
@@ -40,9 +42,9 @@ Frame advert(const char *target = kLinkLocal, const uint8_t *mac = kHostMac) {
 lhost *add_host(int state, const char *linkLocal = kLinkLocal) {
     lhost *h = list_init_add_lhost();
     memcpy(h->mac, kHostMac, 6);
-    copy_text(h->macAddr, "02:00:00:00:10:01");
-    copy_text(h->ipv6LocalAddr, linkLocal);
-    copy_text(h->ipv6Addr, "2001:db8:1::10");
+    lanhost_copy_text(h->macAddr, "02:00:00:00:10:01");
+    lanhost_copy_text(h->ipv6LocalAddr, linkLocal);
+    lanhost_copy_text(h->ipv6Addr, "2001:db8:1::10");
     if (state == 2)
         wrapper_libevent_lhost_addIcmp6timer(h, 60);
     h->icmp6State = state;
@@ -57,7 +59,7 @@ protected:
         ASSERT_EQ(sh("vgw lan up && vgw host add nd6 eth6 02:00:00:00:10:01").status, 0);
         storeHandle = zns_xmlShmInit();
         lanhostEventBase = event_base_new();
-        copy_text(gatewayBaseMac, "02:00:00:00:00:01");
+        lanhost_copy_text(gatewayBaseMac, "02:00:00:00:00:01");
     }
 };
 
@@ -65,24 +67,24 @@ TEST_F(Ipv6, AdvertisementFramesAreCheckedFieldByField) {
     const struct {
         const char *what;
         std::function<void(Frame &)> change;
-        NaCheck want;
+        Parse want;
     } cases[] = {
-        {"valid", [](Frame &) {}, kNaOk},
-        {"29 bytes", [](Frame &f) { f.resize(29); }, kNaTooShort},
-        {"30 bytes, no type", [](Frame &f) { f.resize(30); }, kNaNotAdvert},
-        {"a solicitation", [](Frame &f) { f[54] = 135; }, kNaNotAdvert},
-        {"source link-layer option first", [](Frame &f) { f[78] = 1; }, kNaNoTargetLinkLayer},
-        {"option cut short", [](Frame &f) { f.resize(85); }, kNaNoTargetLinkLayer},
+        {"valid", [](Frame &) {}, Parse::kOk},
+        {"29 bytes", [](Frame &f) { f.resize(29); }, Parse::kTooShort},
+        {"30 bytes, no type", [](Frame &f) { f.resize(30); }, Parse::kWrongType},
+        {"a solicitation", [](Frame &f) { f[54] = 135; }, Parse::kWrongType},
+        {"source link-layer option first", [](Frame &f) { f[78] = 1; }, Parse::kMissing},
+        {"option cut short", [](Frame &f) { f.resize(85); }, Parse::kMissing},
     };
     for (const auto &c : cases) {
         Frame f = advert();
         c.change(f);
-        NeighbourAdvert na;
+        NeighborAdvert na;
         EXPECT_EQ(lanhost_na_frame_parse(f.data(), f.size(), &na), c.want) << c.what;
     }
     Frame f = advert();
-    NeighbourAdvert na;
-    ASSERT_EQ(lanhost_na_message_parse(&f[54], f.size() - 54, &na), kNaOk) << "as a raw ICMPv6 socket reads it";
+    NeighborAdvert na;
+    ASSERT_EQ(lanhost_na_message_parse(&f[54], f.size() - 54, &na), Parse::kOk) << "as a raw ICMPv6 socket reads it";
     char text[INET6_ADDRSTRLEN];
     EXPECT_STREQ(inet_ntop(AF_INET6, na.target, text, sizeof text), kLinkLocal);
     EXPECT_EQ(memcmp(na.mac, kHostMac, 6), 0);
@@ -142,7 +144,7 @@ TEST_F(Ipv6, TheOwnAddressComesFromTheStoreWithoutItsPrefixLength) {
 }
 
 TEST_F(Ipv6, TheSolicitationIs32BytesToTheTargetItself) {
-    NeighbourSolicit ns;
+    NeighborSolicit ns;
     ASSERT_TRUE(lanhost_ns_prepare("2001:db8:1::10", &ns));
     const uint8_t want[kNsSize] = {135, 0, 0, 0, 0, 0, 0, 0, 0x20, 0x01, 0x0d, 0xb8, 0, 1, 0, 0,
                                    0,   0, 0, 0, 0, 0, 0, 0x10, 1, 1, 0x02, 0, 0, 0, 0, 0x01};
@@ -157,7 +159,7 @@ TEST_F(Ipv6, AProbeKeepsOneTimerAndEndsByAnswerOrTimeOut) {
     lhost *h = add_host(0, "");
     zn_event_lanhost_icmp6_ping(h);
     EXPECT_EQ(h->icmp6Timer, nullptr) << "no address, no probe";
-    copy_text(h->ipv6LocalAddr, "fe80::ff:fe00:9999"); // nobody answers
+    lanhost_copy_text(h->ipv6LocalAddr, "fe80::ff:fe00:9999"); // nobody answers
     ASSERT_EQ(sh(kSetOwn + "::1").status, 0);
     zn_event_lanhost_icmp6_ping(h);
     EXPECT_EQ(h->icmp6Timer, nullptr) << "no usable own address, no probe";
@@ -213,8 +215,8 @@ TEST_F(Ipv6, Dhcp6sReportsAreBoundedFieldByField) {
         {"duid ::1 " + std::string(24, '9'), false, "", "", 0},
     };
     for (const auto &c : cases) {
-        dhcp6sLease lease;
-        EXPECT_EQ(lanhost_dhcp6s_lease_parse(c.text.data(), c.text.size(), &lease), c.fits) << c.text;
+        Dhcp6sLease lease;
+        EXPECT_EQ(lanhost_dhcp6s_lease_parse(c.text.data(), c.text.size(), &lease) == Parse::kOk, c.fits) << c.text;
         EXPECT_EQ(lease.duid + std::string("|") + lease.address, c.duid + "|" + c.address) << c.text;
         EXPECT_EQ(lease.leaseTime, c.lease) << c.text;
     }
@@ -224,16 +226,16 @@ TEST_F(Ipv6, RadvdReportsJoinPrefixAndInterfaceIdentifierAsText) {
     const std::string long43 = "2001:db8:1:2:" + std::string(30, '0');
     const struct {
         std::string text;
-        RadvdCheck want;
+        Parse want;
         const char *address;
     } cases[] = {
-        {"2001:db8:1:2:: fe80::211:22ff:fe33:4455", kRadvdAddress, "2001:db8:1:2:211:22ff:fe33:4455"},
-        {"2001:db8:1:2 fe80::211:22ff:fe33:4455", kRadvdAddress, "2001:db8:1:2211:22ff:fe33:4455"},
-        {"2001:db8:1:2:: fe81::211:22ff:fe33:4455", kRadvdNoAddress, ""},
-        {"2001:db8:1:2:: fe80:", kRadvdNoAddress, ""},
-        {":: fe80::", kRadvdNoAddress, ""},
-        {long43 + " fe80::211:22ff:fe33:4455", kRadvdTooLong, ""},
-        {long43 + "0 fe80::1", kRadvdTooLong, ""},
+        {"2001:db8:1:2:: fe80::211:22ff:fe33:4455", Parse::kOk, "2001:db8:1:2:211:22ff:fe33:4455"},
+        {"2001:db8:1:2 fe80::211:22ff:fe33:4455", Parse::kOk, "2001:db8:1:2211:22ff:fe33:4455"},
+        {"2001:db8:1:2:: fe81::211:22ff:fe33:4455", Parse::kMissing, ""},
+        {"2001:db8:1:2:: fe80:", Parse::kMissing, ""},
+        {":: fe80::", Parse::kMissing, ""},
+        {long43 + " fe80::211:22ff:fe33:4455", Parse::kTooLong, ""},
+        {long43 + "0 fe80::1", Parse::kTooLong, ""},
     };
     for (const auto &c : cases) {
         char out[44];

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "lanhost.h"
+#include "lanhost_arp.h"
 #include "lanhost_neighbor.h"
 #include "lanhost_store.h"
 #include "shell.h"
@@ -69,7 +71,7 @@ struct Neigh {
 };
 
 void walk(const std::vector<uint8_t> &datagram) {
-    netlink_neighborMsgs_walk(datagram.data(), datagram.size(), netlink_neighborMsg_dispatch);
+    lanhost_neighbor_walk(datagram.data(), datagram.size(), lanhost_neighbor_dispatch);
 }
 
 Neigh bridge_entry(const char *mac, const char *port, uint16_t type = RTM_NEWNEIGH) {
@@ -106,7 +108,7 @@ protected:
         lanhostEventBase = event_base_new();
         ASSERT_TRUE(storeHandle && lanhostEventBase);
     }
-    void SetUp() override { copy_text(gatewayBaseMac, "02:00:00:00:00:01"); }
+    void SetUp() override { lanhost_copy_text(gatewayBaseMac, "02:00:00:00:00:01"); }
     void TearDown() override {
         while (hostListHead)
             list_del_lhost(hostListHead);
@@ -160,7 +162,7 @@ TEST_F(Neighbor, BridgeEntryCreatesAHostOnlyWhenEveryFieldPasses) {
         TearDown();
     }
     // Case counts in the comparison with the gateway's MAC.
-    copy_text(gatewayBaseMac, "02:00:00:00:aa:01");
+    lanhost_copy_text(gatewayBaseMac, "02:00:00:00:aa:01");
     EXPECT_NE(host_on("eth1", "02:00:00:00:AA:01"), nullptr);
 }
 
@@ -169,19 +171,22 @@ TEST_F(Neighbor, AttributesAreWalkedAsTheyStand) {
     n.attrs.push_back({NDA_LLADDR, mac_bytes("02:00:00:00:51:02")});
     n.attrs.push_back({15, mac_bytes("02:00:00:00:51:03")});
     std::vector<uint8_t> m = n.bytes();
-    NeighMsg parsed;
-    ASSERT_TRUE(netlink_neighborMsg_parse(m.data(), m.size(), &parsed));
+    NeighborMsg parsed;
+    ASSERT_EQ(lanhost_neighbor_parse(m.data(), m.size(), &parsed), Parse::kOk);
     char mac[kMacTextSize];
-    neigh_mac_text(parsed.attr[NDA_LLADDR], mac);
+    uint8_t bytes[6];
+    ASSERT_TRUE(lanhost_attr_mac(parsed.attr[NDA_LLADDR], bytes));
+    lanhost_mac_text(bytes, true, mac);
     EXPECT_STREQ(mac, "02:00:00:00:51:02") << "the later of two counts; type 15 is beyond the table";
 
     // An attribute that claims more than is left ends the list there.
     m[28 + 12] = 200;
-    ASSERT_TRUE(netlink_neighborMsg_parse(m.data(), m.size(), &parsed));
+    ASSERT_EQ(lanhost_neighbor_parse(m.data(), m.size(), &parsed), Parse::kOk);
     EXPECT_EQ(parsed.attr[NDA_MASTER].data, nullptr);
-    neigh_mac_text(parsed.attr[NDA_LLADDR], mac);
+    ASSERT_TRUE(lanhost_attr_mac(parsed.attr[NDA_LLADDR], bytes));
+    lanhost_mac_text(bytes, true, mac);
     EXPECT_STREQ(mac, kMac);
-    EXPECT_FALSE(netlink_neighborMsg_parse(m.data(), 27, &parsed));
+    EXPECT_EQ(lanhost_neighbor_parse(m.data(), 27, &parsed), Parse::kTooShort);
 }
 
 TEST_F(Neighbor, AWalkStopsAtABadLengthAndSkipsOtherTypes) {
@@ -310,8 +315,8 @@ TEST_F(Neighbor, WirelessDepartureEmptiesTheAddressesAndKeepsTheRecord) {
     };
     for (const Case &c : cases) {
         lhost *h = host_on("wlan0.1", "02:00:00:00:51:0A");
-        copy_text(h->ipAddr, "192.168.1.22");
-        copy_text(h->ipv6Addr, "2001:db8::22");
+        lanhost_copy_text(h->ipAddr, "192.168.1.22");
+        lanhost_copy_text(h->ipv6Addr, "2001:db8::22");
         walk(leave(c.text));
         EXPECT_EQ(list_find_lhost("02:00:00:00:51:0A"), h) << "the record stays: " << c.text;
         EXPECT_STREQ(h->ipAddr, c.leaves ? "" : "192.168.1.22") << c.text;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "lanhost.h"
 #include "lanhost_store.h"
 #include "shell.h"
 
@@ -60,8 +61,8 @@ protected:
         lhost *h = list_init_add_lhost();
         macStr_to_bytes(h->mac, mac);
         lanhost_mac_text(h->mac, true, h->macAddr);
-        copy_text(h->brPortName, port);
-        copy_text(h->ipAddr, ip);
+        lanhost_copy_text(h->brPortName, port);
+        lanhost_copy_text(h->ipAddr, ip);
         h->active = 1;
         return h;
     }
@@ -154,9 +155,9 @@ TEST_F(StoreSync, LeaseFileAndSnoopedRequestMakeTheSourceDhcp) {
     // Without a lease line a snooped request decides, and is used up.
     lhost *laptop = add_host("02:00:00:00:20:03", "lan2", "192.168.1.22");
     auto *request = static_cast<dhcpRequestEntry *>(calloc(1, sizeof(dhcpRequestEntry)));
-    copy_text(request->macAddr, "02:00:00:00:20:03");
-    copy_text(request->requestedIp, "192.168.1.22");
-    copy_text(request->hostName, "laptop");
+    lanhost_copy_text(request->macAddr, "02:00:00:00:20:03");
+    lanhost_copy_text(request->requestedIp, "192.168.1.22");
+    lanhost_copy_text(request->hostName, "laptop");
     dhcpRequestListHead = request;
     sync4(laptop);
     EXPECT_EQ(dhcpRequestListHead, nullptr);

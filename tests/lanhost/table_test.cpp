@@ -5,6 +5,7 @@
 #include <string>
 
 #include "lanhost.h"
+#include "lanhost_port.h"
 #include "lanhost_table.h"
 #include "shell.h"
 
@@ -16,8 +17,8 @@ TEST(HostTable, ListsFindByTheirOwnCaseRules) {
     lhost *a = list_init_add_lhost();
     lhost *b = list_init_add_lhost();
     ASSERT_TRUE(a && b);
-    copy_text(a->macAddr, "AA:BB:CC:00:00:01");
-    copy_text(b->macAddr, "AA:BB:CC:00:00:02");
+    lanhost_copy_text(a->macAddr, "AA:BB:CC:00:00:01");
+    lanhost_copy_text(b->macAddr, "AA:BB:CC:00:00:02");
     EXPECT_EQ(hostListHead, b) << "newest first";
     EXPECT_EQ(list_find_lhost("aa:bb:cc:00:00:01"), a);
     list_del_lhost(a);
@@ -27,7 +28,7 @@ TEST(HostTable, ListsFindByTheirOwnCaseRules) {
     EXPECT_EQ(hostListHead, nullptr);
 
     auto *e = static_cast<dhcpRequestEntry *>(calloc(1, sizeof(dhcpRequestEntry)));
-    copy_text(e->macAddr, "aa:bb:cc:00:00:03");
+    lanhost_copy_text(e->macAddr, "aa:bb:cc:00:00:03");
     dhcpRequestListHead = e;
     EXPECT_EQ(list_find_dhcpRequestEntry("AA:BB:CC:00:00:03"), nullptr) << "exact match only";
     EXPECT_EQ(list_find_dhcpRequestEntry("aa:bb:cc:00:00:03"), e);
@@ -35,9 +36,9 @@ TEST(HostTable, ListsFindByTheirOwnCaseRules) {
     EXPECT_EQ(dhcpRequestListHead, nullptr);
 
     char small[4];
-    EXPECT_FALSE(copy_text(small, "abcdef"));
+    EXPECT_FALSE(lanhost_copy_text(small, "abcdef"));
     EXPECT_STREQ(small, "abc");
-    EXPECT_TRUE(copy_text(small, "abcdef", 2));
+    EXPECT_TRUE(lanhost_copy_text(small, "abcdef", 2));
     EXPECT_STREQ(small, "ab");
     uint8_t mac[6];
     macStr_to_bytes(mac, "0a:Bc:zz:10:ff:7G");
@@ -61,8 +62,8 @@ TEST(HostTable, PortNamesMapToStorePaths) {
     };
     for (const Case &c : cases) {
         lhost h{};
-        copy_text(h.Layer2Interface, "untouched");
-        copy_text(h.interfacetype, "kept");
+        lanhost_copy_text(h.Layer2Interface, "untouched");
+        lanhost_copy_text(h.interfacetype, "kept");
         h.devtype = 42;
         wrapperZns_lanhost_get_l2Interface(c.port, h.Layer2Interface, h.interfacetype, &h.devtype);
         EXPECT_STREQ(h.Layer2Interface, c.path) << c.port;
@@ -116,7 +117,7 @@ TEST(HostTable, BridgedPortsAreThoseOfBridgedWanConnections) {
     ASSERT_NE(storeHandle, nullptr);
     const std::string ip = "InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1";
     lhost h{};
-    copy_text(h.brPortName, "rax0.0"); // WLANConfiguration.1
+    lanhost_copy_text(h.brPortName, "rax0.0"); // WLANConfiguration.1
     EXPECT_EQ(wrapperZns_lanhost_l2Interface_is_bridge(&h), 0) << "the default connection is routed";
     EXPECT_STREQ(h.Layer2Interface, "InternetGatewayDevice.LANDevice.1.WLANConfiguration.1");
 
