@@ -97,7 +97,7 @@ TEST_F(Agent, DebugFileTurnsTrackerLinesOnAndOff) {
     // Without the Hosts object the save timer reports a failure every 5 seconds.
     ASSERT_EQ(sh("znsUtil -d InternetGatewayDevice.LANDevice.1").status, 0);
     sleep(6);
-    EXPECT_EQ(file_text(kAgentOut), "") << "the tracker is silent until asked";
+    EXPECT_FALSE(has(file_text(kAgentOut), "[zn_even_agent]")) << "the tracker is silent until asked";
 
     ASSERT_EQ(sh("echo 3 > /tmp/zn_event_agent_lanhost_debug").status, 0);
     const std::regex line(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\[zn_even_agent\]zn_event_lanhost_save_flash_timer_cb#\d+ couldn't get object by InternetGatewayDevice\.LANDevice\.1\.Hosts!!!\n)");
