@@ -126,33 +126,27 @@ Datagram pon_event(uint8_t type, uint32_t value) {
     return d;
 }
 
-Datagram ua_reports(int argc, char **argv) {
-    Datagram d;
-    for (int i = 0; i < argc; i += 2) {
-        kemu::UaReportHead r{};
-        r.hdr.nlmsg_type = NLMSG_DONE;
-        parse_mac(argv[i], r.mac);
-        append(&d, r, std::string(argv[i + 1], strlen(argv[i + 1]) + 1));
-    }
-    return d;
+// One report from its words: MAC TEXT.
+void ua_report(Datagram *d, char **words) {
+    kemu::UaReportHead r{};
+    r.hdr.nlmsg_type = NLMSG_DONE;
+    parse_mac(words[0], r.mac);
+    append(d, r, std::string(words[1], strlen(words[1]) + 1));
 }
 
-Datagram bridgedata_reports(int argc, char **argv) {
-    Datagram d;
-    for (int i = 0; i < argc; i += 6) {
-        kemu::BridgeDataReport r{};
-        r.hdr.nlmsg_type = NLMSG_DONE;
-        if (!*argv[i] || strlen(argv[i]) >= sizeof r.ifname)
-            bad("IFNAME must have 1 to " + std::to_string(sizeof r.ifname - 1) + " characters", argv[i]);
-        memcpy(r.ifname, argv[i], strlen(argv[i]));
-        parse_mac(argv[i + 1], r.dmac);
-        parse_mac(argv[i + 2], r.smac);
-        r.session_id = htons(uint16_t(parse_uint(argv[i + 3], 0xffff, "SESSIONID")));
-        parse_ipv4(argv[i + 4], r.ip);
-        parse_ipv4(argv[i + 5], r.dns);
-        append(&d, r);
-    }
-    return d;
+// One report from its words: IFNAME DMAC SMAC SESSIONID IP DNS.
+void bridgedata_report(Datagram *d, char **words) {
+    kemu::BridgeDataReport r{};
+    r.hdr.nlmsg_type = NLMSG_DONE;
+    if (!*words[0] || strlen(words[0]) >= sizeof r.ifname)
+        bad("IFNAME must have 1 to " + std::to_string(sizeof r.ifname - 1) + " characters", words[0]);
+    memcpy(r.ifname, words[0], strlen(words[0]));
+    parse_mac(words[1], r.dmac);
+    parse_mac(words[2], r.smac);
+    r.session_id = htons(uint16_t(parse_uint(words[3], 0xffff, "SESSIONID")));
+    parse_ipv4(words[4], r.ip);
+    parse_ipv4(words[5], r.dns);
+    append(d, r);
 }
 
 // ---- who listens -----------------------------------------------------------
@@ -231,26 +225,30 @@ int cmd_pon(const std::string &sub, int argc, char **argv) {
     return deliver(pon_listeners(), d, kemu::kPonGroups, "no socket of protocol 25 in group 1");
 }
 
-int cmd_ua(const std::string &sub, int argc, char **argv) {
-    Datagram d;
-    if (sub == "report" && argc >= 2 && argc % 2 == 0)
-        d = ua_reports(argc, argv);
-    else if (sub == "raw" && argc == 1)
-        d = parse_hex(argv[0]);
-    else
-        throw UsageError();
-    return deliver(ua_listeners(), d, 0, "no process has greeted the user-agent module on protocol 31");
-}
+// A component whose "report" takes a fixed number of words per report.
+struct ReportChannel {
+    int words;
+    void (*report)(Datagram *d, char **words);
+    std::vector<kemu::Port> (*listeners)();
+    const char *nobody; // the failure when no one listens
+};
 
-int cmd_bridgedata(const std::string &sub, int argc, char **argv) {
+constexpr ReportChannel kUa{2, ua_report, ua_listeners,
+                            "no process has greeted the user-agent module on protocol 31"};
+constexpr ReportChannel kBridgeData{6, bridgedata_report, bridgedata_listeners,
+                                    "no listener has connected to the bridge data component on protocol 29"};
+
+int cmd_reports(const ReportChannel &c, const std::string &sub, int argc, char **argv) {
     Datagram d;
-    if (sub == "report" && argc >= 6 && argc % 6 == 0)
-        d = bridgedata_reports(argc, argv);
-    else if (sub == "raw" && argc == 1)
+    if (sub == "report" && argc >= c.words && argc % c.words == 0) {
+        for (int i = 0; i < argc; i += c.words)
+            c.report(&d, argv + i);
+    } else if (sub == "raw" && argc == 1) {
         d = parse_hex(argv[0]);
-    else
+    } else {
         throw UsageError();
-    return deliver(bridgedata_listeners(), d, 0, "no listener has connected to the bridge data component on protocol 29");
+    }
+    return deliver(c.listeners(), d, 0, c.nobody);
 }
 
 // Routing sockets in the neighbour group whose port id carries the agent's bits.
@@ -367,9 +365,9 @@ int run(int argc, char **argv) {
     if (area == "pon")
         return cmd_pon(sub, argc - 3, argv + 3);
     if (area == "ua")
-        return cmd_ua(sub, argc - 3, argv + 3);
+        return cmd_reports(kUa, sub, argc - 3, argv + 3);
     if (area == "bridgedata")
-        return cmd_bridgedata(sub, argc - 3, argv + 3);
+        return cmd_reports(kBridgeData, sub, argc - 3, argv + 3);
     if (area == "macfilter")
         return cmd_macfilter(sub, argc - 3, argv + 3);
     throw UsageError();

@@ -1,5 +1,6 @@
 // Board settings and the services with an outward effect, which a host has
 // no hardware for: each records its call in the platform journal.
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -31,6 +32,13 @@ int board_int(const std::string &key, int fallback) {
     return end != v.c_str() && *end == '\0' ? int(n) : fallback;
 }
 
+// An operator task handler: the call is journalled, and it fails for the one
+// index that the board setting failKey names, so that its failure can be seen.
+int operator_task(const char *service, const char *failKey, int index) {
+    int rc = znp::journal(service, "%d", index);
+    return board_int(failKey, INT_MIN) == index ? -1 : rc;
+}
+
 } // namespace
 
 extern "C" {
@@ -55,9 +63,9 @@ int libzn_sys_turnOffLed(uint8_t off) { return znp::journal("turnOffLed", "%u", 
 
 int zns_cuc_set_sleep_mode(uint8_t enable) { return znp::journal("sleepMode", "%u", enable); }
 
-int zns_cmcc_timedTask_handler(int index) { return znp::journal("timedTask", "%d", index); }
+int zns_cmcc_timedTask_handler(int index) { return operator_task("timedTask", "timedTask.failIndex", index); }
 
-int zns_cmcc_deviceLimit_handler(int index) { return znp::journal("deviceLimit", "%d", index); }
+int zns_cmcc_deviceLimit_handler(int index) { return operator_task("deviceLimit", "deviceLimit.failIndex", index); }
 
 int libzn_dosystem(const char *cmd) { return cmd ? system(cmd) : -1; }
 

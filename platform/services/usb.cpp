@@ -2,7 +2,6 @@
 #include <blkid.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "libzn.h"
@@ -12,15 +11,22 @@ namespace {
 constexpr size_t kLabelLen = 64;
 constexpr size_t kFsTypeLen = 8;
 
+// Every query probes the device afresh: a cache could answer for the
+// device that an earlier node of the same name stood for.
 int probe_value(const char *dev, const char *name, char *out, size_t size) {
     if (!dev || !out)
         return -1;
-    char *v = blkid_get_tag_value(nullptr, name, dev);
-    if (!v)
+    blkid_probe pr = blkid_new_probe_from_filename(dev);
+    if (!pr)
         return -1;
-    snprintf(out, size, "%s", v);
-    free(v);
-    return 0;
+    blkid_probe_enable_superblocks(pr, 1);
+    blkid_probe_set_superblocks_flags(pr, BLKID_SUBLKS_LABEL | BLKID_SUBLKS_TYPE);
+    const char *value = nullptr;
+    int rc = blkid_do_safeprobe(pr) == 0 && blkid_probe_lookup_value(pr, name, &value, nullptr) == 0 ? 0 : -1;
+    if (rc == 0)
+        snprintf(out, size, "%s", value);
+    blkid_free_probe(pr);
+    return rc;
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace zns {
 namespace {
@@ -42,21 +43,22 @@ bool unescape(const char *s, std::string *out) {
     return true;
 }
 
-bool parse_unsigned(const char *text, uint64_t max, uint64_t *out) {
+template <typename T> void put(ParamValue *v, T x) {
+    v->bytes.resize(sizeof x);
+    std::memcpy(v->bytes.data(), &x, sizeof x);
+}
+
+// A decimal that fits T, without sign or blank, into v; false when text is none.
+template <typename T> bool put_unsigned(const char *text, ParamValue *v) {
     if (!*text || *text == '-' || *text == '+' || *text == ' ')
         return false;
     errno = 0;
     char *end = nullptr;
-    unsigned long long v = strtoull(text, &end, 10);
-    if (errno || *end || v > max)
+    unsigned long long x = strtoull(text, &end, 10);
+    if (errno || *end || x > std::numeric_limits<T>::max())
         return false;
-    *out = v;
+    put<T>(v, T(x));
     return true;
-}
-
-template <typename T> void put(ParamValue *v, T x) {
-    v->bytes.resize(sizeof x);
-    std::memcpy(v->bytes.data(), &x, sizeof x);
 }
 
 bool path_less(const std::string &a, const std::string &b) {
@@ -121,7 +123,6 @@ int text_to_value(const ParamLayout *p, const char *text, ParamValue *v, const c
     v->name = p->name;
     v->type = p->type;
     v->bytes.clear();
-    uint64_t u = 0;
     switch (p->type) {
     case ZNS_TYPE_STRING: {
         std::string s;
@@ -153,25 +154,19 @@ int text_to_value(const ParamLayout *p, const char *text, ParamValue *v, const c
         put<uint8_t>(v, uint8_t(text[0] - '0'));
         break;
     case ZNS_TYPE_BYTE:
-        if (!parse_unsigned(text, UINT8_MAX, &u)) {
-            *why = "not a number from 0 to 255";
+        *why = "not a number from 0 to 255";
+        if (!put_unsigned<uint8_t>(text, v))
             return -1;
-        }
-        put<uint8_t>(v, uint8_t(u));
         break;
     case ZNS_TYPE_UINT16:
-        if (!parse_unsigned(text, UINT16_MAX, &u)) {
-            *why = "not a number from 0 to 65535";
+        *why = "not a number from 0 to 65535";
+        if (!put_unsigned<uint16_t>(text, v))
             return -1;
-        }
-        put<uint16_t>(v, uint16_t(u));
         break;
     case ZNS_TYPE_UINT32:
-        if (!parse_unsigned(text, UINT32_MAX, &u)) {
-            *why = "not an unsigned 32-bit number";
+        *why = "not an unsigned 32-bit number";
+        if (!put_unsigned<uint32_t>(text, v))
             return -1;
-        }
-        put<uint32_t>(v, uint32_t(u));
         break;
     case ZNS_TYPE_INT32: {
         errno = 0;

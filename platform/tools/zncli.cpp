@@ -1,6 +1,9 @@
 // zncli: the gateway's system commands, and the board settings a real
 // board keeps in its factory data.
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +15,9 @@
 
 namespace {
 
+constexpr const char *kTimerSocket = "/tmp/zn_event_agent_timer";
+constexpr size_t kTimerTextMax = 255;
+
 int usage() {
     fputs("usage: zncli sys restoredefault        restore the store's factory defaults\n"
           "       zncli sys flushnat              clear the software flow table\n"
@@ -19,7 +25,8 @@ int usage() {
           "       zncli board get KEY\n"
           "       zncli board show\n"
           "       zncli log set MODULE LEVEL      raise or lower a module's log threshold at run time\n"
-          "       zncli log clear MODULE          go back to the module's own threshold\n",
+          "       zncli log clear MODULE          go back to the module's own threshold\n"
+          "       zncli timer fire PATH           the scheduler: the timed task of store object PATH is due\n",
           stderr);
     return 2;
 }
@@ -80,6 +87,25 @@ int cmd_log(int argc, char **argv) {
     return fclose(f) == 0 ? 0 : fail("cannot write the override");
 }
 
+// What the gateway's scheduler does when a timed task falls due: the task's
+// store path, as one datagram, to the agent's timer socket.
+int cmd_timer(int argc, char **argv) {
+    if (argc != 2 || std::string(argv[0]) != "fire")
+        return usage();
+    const size_t len = strlen(argv[1]);
+    if (len > kTimerTextMax)
+        return fail("PATH has more than 255 characters");
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return fail("no socket");
+    sockaddr_un to{};
+    to.sun_family = AF_UNIX;
+    snprintf(to.sun_path, sizeof to.sun_path, "%s", kTimerSocket);
+    ssize_t sent = sendto(fd, argv[1], len, 0, reinterpret_cast<sockaddr *>(&to), sizeof to);
+    close(fd);
+    return sent == ssize_t(len) ? 0 : fail("the agent's timer socket takes nothing");
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -92,5 +118,7 @@ int main(int argc, char **argv) {
         return cmd_board(argc - 2, argv + 2);
     if (area == "log")
         return cmd_log(argc - 2, argv + 2);
+    if (area == "timer")
+        return cmd_timer(argc - 2, argv + 2);
     return usage();
 }

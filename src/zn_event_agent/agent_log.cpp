@@ -31,7 +31,7 @@ void zn_event_lanhost_log(int module, int level, const char *func, int line, con
     fflush(stdout);
 }
 
-int zn_event_lanhost_debug_level(const char *path, int current) {
+int lanhost_debug_level(const char *path, int current) {
     FILE *f = fopen(path, "r");
     if (!f)
         return current;

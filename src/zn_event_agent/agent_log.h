@@ -13,6 +13,16 @@
 // Host tracker log, module index 0.
 #define LANHOST_LOG(level, ...) zn_event_lanhost_log(0, (level), __func__, __LINE__, __VA_ARGS__)
 
+// The lines of a helper carry the name of the function whose work it does,
+// so that each line reads as written by that function. _FOR takes the name
+// as text; _AS takes the function itself.
+#define LANHOST_LOG_FOR(name, level, ...) zn_event_lanhost_log(0, (level), (name), __LINE__, __VA_ARGS__)
+#define LANHOST_LOG_AS(function, level, ...) LANHOST_LOG_FOR(ZN_FUNCTION_NAME(function), level, __VA_ARGS__)
+#define ZN_LOG_AS(function, level, ...) \
+    zns_log_print(__FILE__, ZN_FUNCTION_NAME(function), __LINE__, (level), __VA_ARGS__)
+// The name of a function of this program, which must exist.
+#define ZN_FUNCTION_NAME(function) (static_cast<void>(&function), #function)
+
 constexpr int kLanhostLogModules = 3;
 extern int zn_event_lanhost_log_levels[kLanhostLogModules];
 
@@ -24,4 +34,4 @@ void zn_event_lanhost_log(int module, int level, const char *func, int line, con
 // The threshold that the debug file at path asks for, or current when it
 // asks for none: a first line of up to 7 characters read as a decimal number,
 // taken when it is not negative.
-int zn_event_lanhost_debug_level(const char *path, int current);
+int lanhost_debug_level(const char *path, int current);

@@ -8,7 +8,9 @@ char province[32];
 
 namespace {
 
+pthread_t kernelKobjectThread;
 pthread_t lanhostThread;
+pthread_t timerThread;
 
 enum class Report { Stdout, ModuleLog };
 
@@ -22,7 +24,9 @@ struct Worker {
 
 // The workers in their order of creation.
 constexpr Worker kWorkers[] = {
+    {kernelKobjectEventHandler, &kernelKobjectThread, Report::ModuleLog, "create kernelKobjectEventHandler failed\n", false},
     {zn_event_lanhost_thread, &lanhostThread, Report::ModuleLog, "create zn_event_lanhost_thread failed\n", true},
+    {timerEventHandler, &timerThread, Report::ModuleLog, "create timerEventHandler failed\n", false},
 };
 
 constexpr size_t kWorkerCount = sizeof kWorkers / sizeof kWorkers[0];

@@ -13,4 +13,6 @@ void thread_join();
 extern char province[32];
 
 // The worker entries, by subsystem.
+void *kernelKobjectEventHandler(void *arg);
 void *zn_event_lanhost_thread(void *arg);
+void *timerEventHandler(void *arg);

@@ -1,12 +1,11 @@
-// Address helpers of the host table: MAC text, IPv6 classification and
-// interface identifiers, IPv4 validation, packet dumps.
+// Address helpers of the host table.
+#include "lanhost_addr.h"
+
 #include <arpa/inet.h>
 
+#include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-
-#include "lanhost_table.h"
 
 namespace {
 
@@ -34,48 +33,65 @@ bool ipv4_octets(const char *text, unsigned octets[4]) {
     return sscanf(text, "%u.%u.%u.%u", &octets[0], &octets[1], &octets[2], &octets[3]) == 4;
 }
 
-// Kernel address classes: flags in the low 16 bits, scope above.
-constexpr uint32_t kUnicast = 0x0001, kMulticast = 0x0002, kLoopback = 0x0010, kLinkLocal = 0x0020,
-                   kSiteLocal = 0x0040, kCompatV4 = 0x0080, kMapped = 0x1000;
-constexpr uint32_t scope(uint32_t s) { return s << 16; }
-constexpr uint32_t kScopeNode = 1, kScopeLink = 2, kScopeSite = 5, kScopeGlobal = 14;
+// Flags of the classification word beyond those callers test.
+constexpr uint32_t kMulticast = 0x0002, kLoopback = 0x0010, kSiteLocal = 0x0040, kCompatV4 = 0x0080,
+                   kMapped = 0x1000;
+constexpr uint32_t scope(uint32_t s) { return lanhost_ipv6_scope_bits(s); }
 
 } // namespace
+
+void lanhost_mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize]) {
+    snprintf(out, sizeof out, upper ? "%02X:%02X:%02X:%02X:%02X:%02X" : "%02x:%02x:%02x:%02x:%02x:%02x", mac[0],
+             mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
 
 void macStr_to_bytes(uint8_t *mac, const char *text) {
     for (int i = 0; i < 6; i++)
         mac[i] = uint8_t(hex_digit(text[i * 3]) << 4 | hex_digit(text[i * 3 + 1]));
 }
 
+bool lanhost_mac_str_is_valid(const char *text) {
+    if (!text || strlen(text) != kMacTextSize - 1)
+        return false;
+    for (size_t i = 0; i < kMacTextSize - 1; i++)
+        if (i % 3 == 2 ? text[i] != ':' : !isxdigit(static_cast<unsigned char>(text[i])))
+            return false;
+    return true;
+}
+
+void lanhost_ipv4_text(const uint8_t *a, char (&out)[kIpv4TextSize]) {
+    snprintf(out, sizeof out, "%d.%d.%d.%d", a[0], a[1], a[2], a[3]);
+}
+
 uint32_t lhost_ipv6_addr_type(const uint8_t *a) {
     const uint8_t top = a[0] & 0xE0;
     if (top != 0x00 && top != 0xE0)
-        return scope(kScopeGlobal) | kUnicast;
+        return scope(kIpv6ScopeGlobal) | kIpv6Unicast;
     if (a[0] == 0xFF) {
         switch (a[1] & 0x0F) {
-        case kScopeNode: return scope(kScopeNode) | kLoopback | kMulticast;
-        case kScopeLink: return scope(kScopeLink) | kLinkLocal | kMulticast;
-        case kScopeSite: return scope(kScopeSite) | kSiteLocal | kMulticast;
+        case kIpv6ScopeNode: return scope(kIpv6ScopeNode) | kLoopback | kMulticast;
+        case kIpv6ScopeLink: return scope(kIpv6ScopeLink) | kIpv6LinkLocal | kMulticast;
+        case kIpv6ScopeSite: return scope(kIpv6ScopeSite) | kSiteLocal | kMulticast;
         default: return scope(a[1] & 0x0F) | kMulticast;
         }
     }
     if (a[0] == 0xFE && (a[1] & 0xC0) == 0x80)
-        return scope(kScopeLink) | kLinkLocal | kUnicast;
+        return scope(kIpv6ScopeLink) | kIpv6LinkLocal | kIpv6Unicast;
     if (a[0] == 0xFE && (a[1] & 0xC0) == 0xC0)
-        return scope(kScopeSite) | kSiteLocal | kUnicast;
+        return scope(kIpv6ScopeSite) | kSiteLocal | kIpv6Unicast;
     if ((a[0] & 0xFE) == 0xFC)
-        return scope(kScopeGlobal) | kUnicast;
+        return scope(kIpv6ScopeGlobal) | kIpv6Unicast;
     if (!all_zero(a, 8))
-        return scope(kScopeGlobal) | kUnicast;
+        return scope(kIpv6ScopeGlobal) | kIpv6Unicast;
     if (a[8] == 0 && a[9] == 0 && a[10] == 0xFF && a[11] == 0xFF)
-        return scope(kScopeGlobal) | kMapped;
+        return scope(kIpv6ScopeGlobal) | kMapped;
     if (!all_zero(a + 8, 4))
-        return scope(kScopeGlobal) | kUnicast;
+        return scope(kIpv6ScopeGlobal) | kIpv6Unicast;
     if (all_zero(a + 12, 4))
         return 0;
     if (all_zero(a + 12, 3) && a[15] == 1)
-        return scope(kScopeLink) | kLoopback | kUnicast;
-    return scope(kScopeGlobal) | kCompatV4 | kUnicast;
+        return scope(kIpv6ScopeLink) | kLoopback | kIpv6Unicast;
+    return scope(kIpv6ScopeGlobal) | kCompatV4 | kIpv6Unicast;
 }
 
 int ipv6_compare_interface_id(const char *a, const char *b) {
@@ -94,7 +110,7 @@ int ipv6_join_prefix_interface_id(const char *a, const char *b, char *out) {
     if (inet_pton(AF_INET6, a, &x) != 1 || inet_pton(AF_INET6, b, &y) != 1)
         return -1;
     memcpy(x.s6_addr + 8, y.s6_addr + 8, 8);
-    return inet_ntop(AF_INET6, &x, out, sizeof(lhost::ipv6Addr)) ? 0 : -1;
+    return inet_ntop(AF_INET6, &x, out, kIpv6TextRoom) ? 0 : -1;
 }
 
 int ipv4_str_is_valid(const char *text) {

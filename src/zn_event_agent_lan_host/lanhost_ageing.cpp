@@ -7,18 +7,15 @@
 
 #include "agent_log.h"
 #include "lanhost.h"
+#include "lanhost_arp.h"
 #include "lanhost_neighbor.h"
-#include "lanhost_store.h"
-#include "lanhost_table.h"
 
-bool mac_str_is_valid(const char *text) {
-    if (!text || strlen(text) != kMacTextSize - 1)
-        return false;
-    for (size_t i = 0; i < kMacTextSize - 1; i++)
-        if (i % 3 == 2 ? text[i] != ':' : !isxdigit(static_cast<unsigned char>(text[i])))
-            return false;
-    return true;
-}
+namespace {
+
+constexpr const char *kMacfilterStat = "/proc/macfilter/stat";
+constexpr const char *kMacfilterTable = "/proc/macfilter/table";
+
+} // namespace
 
 void zn_event_lanhost_macAgeingDetect_timer_cb(evutil_socket_t, short, void *) {
     LANHOST_LOG(3, "macAgeingDetect timer call back");
@@ -29,11 +26,11 @@ int zn_event_lanhost_handle_macAging() {
     brctl_fdb_entry_t records[kBridgeRecords];
     const int count = brctl_getmacs(kLanBridge, records, kBridgeRecords);
     if (count > 0)
-        zn_event_lanhost_macAging_sweep(records, size_t(count));
+        lanhost_mac_ageing_sweep(records, size_t(count));
     return 0;
 }
 
-void zn_event_lanhost_macAging_sweep(const brctl_fdb_entry_t *records, size_t count) {
+void lanhost_mac_ageing_sweep(const brctl_fdb_entry_t *records, size_t count) {
     for (size_t i = 0; i < count; i++) {
         const brctl_fdb_entry_t &r = records[i];
         char mac[kMacTextSize];
@@ -42,16 +39,16 @@ void zn_event_lanhost_macAging_sweep(const brctl_fdb_entry_t *records, size_t co
             continue;
         lhost *host = list_find_lhost(mac);
         if (!host) {
-            LANHOST_LOG(3, "lhost=NULL mac=%s", mac);
+            LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "lhost=NULL mac=%s", mac);
             continue;
         }
-        LANHOST_LOG(3, "mac=%s, ageing=%d", mac, int(r.ageing_timer_value / 100));
+        LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "mac=%s, ageing=%d", mac, int(r.ageing_timer_value / 100));
         if (!host->active) {
-            LANHOST_LOG(3, "inactive, jump it mac=%s", mac);
+            LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "inactive, jump it mac=%s", mac);
             continue;
         }
-        if (host->arpState == 1) {
-            LANHOST_LOG(3, "arp already send jump mac=%s", mac);
+        if (host->arpState == kArpProbing) {
+            LANHOST_LOG_AS(zn_event_lanhost_handle_macAging, 3, "arp already send jump mac=%s", mac);
             continue;
         }
         zn_event_lanhost_arpping(host);
@@ -64,7 +61,7 @@ FILE *lanhost_macfilter_stat_open() {
     FILE *f = fopen(kMacfilterStat, "r");
     if (!f)
         return nullptr;
-    char heading[kMacfilterColumn];
+    char heading[kMacfilterLine];
     if (!fgets(heading, sizeof heading, f)) {
         fclose(f);
         return nullptr;
@@ -72,12 +69,16 @@ FILE *lanhost_macfilter_stat_open() {
     return f;
 }
 
-bool lanhost_macfilter_stat_next(FILE *f, char (&mac)[kMacfilterColumn], int *count) {
-    char line[kMacfilterColumn];
+bool lanhost_macfilter_stat_next(FILE *f, char (&mac)[kMacfilterLine], int *count) {
+    char line[kMacfilterLine];
     while (fgets(line, sizeof line, f)) {
-        *count = 0;
-        if (sscanf(line, "%99s %d", mac, count) >= 1)
-            return true;
+        ByteCursor rest(line, strlen(line)), column[2];
+        if (!rest.field(' ', &column[0]))
+            continue;
+        rest.field(' ', &column[1]);
+        lanhost_copy_text(mac, column[0]);
+        *count = int(lanhost_decimal(column[1]));
+        return true;
     }
     return false;
 }
@@ -86,7 +87,7 @@ void zn_event_lanhost_handle_macfilter() {
     FILE *f = lanhost_macfilter_stat_open();
     if (!f)
         return;
-    char mac[kMacfilterColumn];
+    char mac[kMacfilterLine];
     int count;
     while (lanhost_macfilter_stat_next(f, mac, &count)) {
         for (char *c = mac; *c; c++)
@@ -94,7 +95,7 @@ void zn_event_lanhost_handle_macfilter() {
         if (count < 1)
             continue;
         // The text goes into a shell command: only a MAC text may.
-        if (!mac_str_is_valid(mac)) {
+        if (!lanhost_mac_str_is_valid(mac)) {
             LANHOST_LOG(1, "not a mac address: %s", mac);
             continue;
         }
@@ -102,7 +103,7 @@ void zn_event_lanhost_handle_macfilter() {
         snprintf(cmd, sizeof cmd, "echo FLG mac:%s > %s", mac, kMacfilterTable);
         libzn_dosystem(cmd);
         if (auto *scratch = static_cast<lhost *>(calloc(1, sizeof(lhost)))) {
-            copy_text(scratch->macAddr, mac);
+            lanhost_copy_text(scratch->macAddr, mac);
             lanhost_macfilter_notify(scratch, kMacfilterFiltered);
             free(scratch);
         }

@@ -2,6 +2,8 @@
 // probes silent hosts, and the poll of the kernel's MAC filter.
 #pragma once
 
+#include <event2/event.h>
+
 #include <cstddef>
 #include <cstdio>
 
@@ -9,17 +11,19 @@
 
 constexpr int kBridgeRecords = 128;
 constexpr uint32_t kSilentHundredths = 600; // a host silent this long is probed
-constexpr const char *kMacfilterStat = "/proc/macfilter/stat";
-constexpr const char *kMacfilterTable = "/proc/macfilter/table";
-constexpr size_t kMacfilterColumn = 100; // lines of at most 99 characters
+// Lines of the MAC filter's files and of "brctl showmacs": at most 99 characters.
+constexpr size_t kMacfilterLine = 100;
 
+void zn_event_lanhost_macAgeingDetect_timer_cb(evutil_socket_t fd, short what, void *arg);
 int zn_event_lanhost_handle_macAging();
 // The sweep over records as the bridge gave them.
-void zn_event_lanhost_macAging_sweep(const brctl_fdb_entry_t *records, size_t count);
+void lanhost_mac_ageing_sweep(const brctl_fdb_entry_t *records, size_t count);
+
+void zn_event_lanhost_macfilter_timer_cb(evutil_socket_t fd, short what, void *arg);
 void zn_event_lanhost_handle_macfilter();
 
 // "/proc/macfilter/stat" read past its heading line, or null without the file.
 FILE *lanhost_macfilter_stat_open();
 // The next line's MAC text and count (0 when the line has none); false at the
 // end of the file. Lines without a MAC text are passed over.
-bool lanhost_macfilter_stat_next(FILE *f, char (&mac)[kMacfilterColumn], int *count);
+bool lanhost_macfilter_stat_next(FILE *f, char (&mac)[kMacfilterLine], int *count);

@@ -1,5 +1,5 @@
-// ARP liveness probing: the probe, its time-out, and the reader of replies,
-// which also gives hosts on bridged ports their address.
+// ARP liveness probing (RFC 826 frames): the probe, its time-out, and the
+// reader of replies, which also gives hosts on bridged ports their address.
 #include "lanhost_arp.h"
 
 #include <arpa/inet.h>
@@ -9,18 +9,20 @@
 #include <netinet/if_ether.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 
 #include "agent_log.h"
-#include "byte_cursor.h"
 #include "lanhost.h"
+#include "lanhost_fd.h"
+#include "lanhost_port.h"
 #include "lanhost_store.h"
 
 namespace {
+
+constexpr size_t kArpReadSize = 256;
 
 struct ArpRequestFrame {
     ether_header eth;
@@ -28,6 +30,9 @@ struct ArpRequestFrame {
     uint8_t trailer[22];
 };
 static_assert(sizeof(ArpRequestFrame) == kArpRequestSize, "the probe is one 64-byte frame");
+static_assert(offsetof(ArpRequestFrame, arp) == 14 && offsetof(ether_arp, arp_tpa) == 24,
+              "the ARP body follows the Ethernet header; the target address ends it at byte 42");
+static_assert(sizeof(ether_header) + sizeof(ether_arp) == 42, "a reply is read from 42 bytes on");
 
 // The bridge's interface queries that a probe needs, with their failure texts.
 struct BridgeQuery {
@@ -46,7 +51,7 @@ constexpr BridgeQuery kBridgeQueries[] = {
 bool query_bridge(int s, ifreq (&out)[std::size(kBridgeQueries)]) {
     for (size_t i = 0; i < std::size(kBridgeQueries); i++) {
         memset(&out[i], 0, sizeof out[i]);
-        copy_text(out[i].ifr_name, kLanBridge);
+        lanhost_copy_text(out[i].ifr_name, kLanBridge);
         if (ioctl(s, kBridgeQueries[i].request, &out[i]) < 0) {
             perror(kBridgeQueries[i].failure);
             return false;
@@ -54,10 +59,6 @@ bool query_bridge(int s, ifreq (&out)[std::size(kBridgeQueries)]) {
     }
     return true;
 }
-
-constexpr const char *kArpRefusal[] = {nullptr, "too short", "not arp reply"};
-
-void ipv4_text(const uint8_t *a, char (&text)[16]) { snprintf(text, sizeof text, "%d.%d.%d.%d", a[0], a[1], a[2], a[3]); }
 
 } // namespace
 
@@ -71,11 +72,11 @@ void lanhost_arp_request_build(uint8_t (&frame)[kArpRequestSize], const uint8_t 
     f.arp.arp_hrd = htons(ARPHRD_ETHER);
     f.arp.arp_pro = htons(ETHERTYPE_IP);
     f.arp.arp_hln = ETH_ALEN;
-    f.arp.arp_pln = 4;
+    f.arp.arp_pln = sizeof f.arp.arp_spa;
     f.arp.arp_op = htons(ARPOP_REQUEST);
     memcpy(f.arp.arp_sha, ownMac, ETH_ALEN);
-    memcpy(f.arp.arp_spa, ownIp, 4);
-    memcpy(f.arp.arp_tpa, hostIp, 4);
+    memcpy(f.arp.arp_spa, ownIp, sizeof f.arp.arp_spa);
+    memcpy(f.arp.arp_tpa, hostIp, sizeof f.arp.arp_tpa);
     memcpy(frame, &f, sizeof frame);
 }
 
@@ -95,32 +96,30 @@ int zn_event_lanhost_arpping(lhost *host) {
         LANHOST_LOG(3, "arp already send jump mac=%s", host->macAddr);
         return 0;
     }
-    int s = socket(AF_PACKET, SOCK_RAW, htons(ETHERTYPE_ARP));
-    if (s < 0) {
+    UniqueFd s(socket(AF_PACKET, SOCK_RAW, htons(ETHERTYPE_ARP)));
+    if (!s) {
         perror("socket");
         return 0;
     }
     ifreq bridge[std::size(kBridgeQueries)];
-    if (!query_bridge(s, bridge)) {
-        close(s);
+    if (!query_bridge(s.get(), bridge))
         return 0;
-    }
     const auto &ownIp = reinterpret_cast<const sockaddr_in &>(bridge[kQueryAddr].ifr_addr);
     uint8_t frame[kArpRequestSize];
-    lanhost_arp_request_build(frame, host->mac, reinterpret_cast<const uint8_t *>(bridge[kQueryHwaddr].ifr_hwaddr.sa_data),
-                              reinterpret_cast<const uint8_t *>(&ownIp.sin_addr), reinterpret_cast<const uint8_t *>(&target));
+    lanhost_arp_request_build(
+        frame, host->mac, reinterpret_cast<const uint8_t *>(bridge[kQueryHwaddr].ifr_hwaddr.sa_data),
+        reinterpret_cast<const uint8_t *>(&ownIp.sin_addr), reinterpret_cast<const uint8_t *>(&target));
     sockaddr_ll to;
     memset(&to, 0, sizeof to);
     to.sll_family = AF_PACKET;
     to.sll_ifindex = bridge[kQueryIndex].ifr_ifindex;
     // A failed send ends as a time-out.
-    if (sendto(s, frame, sizeof frame, 0, reinterpret_cast<sockaddr *>(&to), sizeof to) < 0)
+    if (sendto(s.get(), frame, sizeof frame, 0, reinterpret_cast<sockaddr *>(&to), sizeof to) < 0)
         perror("sendto fail");
     // Without its timer the probe could never end, so it doesn't begin.
-    if (wrapper_libevent_lhost_addArptimer(host, kArpProbeSeconds) == 0)
-        host->arpState = 1;
+    if (wrapper_libevent_lhost_addArptimer(host, kProbeSeconds) == 0)
+        host->arpState = kArpProbing;
     LANHOST_LOG(3, "send arpping to mac=%s ip=%s", host->macAddr, host->ipAddr);
-    close(s);
     return 0;
 }
 
@@ -153,72 +152,76 @@ void zn_event_lanhost_arppingtimer_cb(evutil_socket_t, short, void *arg) {
 
 void zn_event_lanhost_arpreply_read_cb(evutil_socket_t fd, short, void *) {
     LANHOST_LOG(3, "receive arp packet");
-    uint8_t buf[kArpReadSize];
-    memset(buf, 0, sizeof buf);
-    ssize_t n = read(fd, buf, sizeof buf);
-    if (n < 0) {
-        LANHOST_LOG(1, "read fail");
-        return;
-    }
-    zn_event_lanhost_arpreply_handle(buf, size_t(n));
+    uint8_t frame[kArpReadSize];
+    const ssize_t n = lanhost_read_once(fd, frame, sizeof frame, {ReadFailure::kPlain});
+    if (n >= 0)
+        lanhost_arp_reply_handle(frame, size_t(n));
 }
 
-ArpCheck lanhost_arp_reply_parse(const uint8_t *frame, size_t len, ArpReply *reply) {
+Parse lanhost_arp_reply_parse(const uint8_t *frame, size_t len, ArpReply *reply) {
+    *reply = ArpReply{};
     ByteCursor c(frame, len);
     ether_header eth;
     ether_arp arp;
     if (!c.take_into(&eth) || !c.take_into(&arp))
-        return kArpTooShort;
+        return Parse::kTooShort;
     if (ntohs(arp.arp_op) != ARPOP_REPLY)
-        return kArpNotReply;
+        return Parse::kWrongType;
     memcpy(reply->dstMac, eth.ether_dhost, sizeof reply->dstMac);
     memcpy(reply->srcMac, eth.ether_shost, sizeof reply->srcMac);
     memcpy(reply->senderIp, arp.arp_spa, sizeof reply->senderIp);
     memcpy(reply->targetIp, arp.arp_tpa, sizeof reply->targetIp);
-    return kArpOk;
+    return Parse::kOk;
 }
 
-void zn_event_lanhost_arpreply_handle(const uint8_t *frame, size_t len) {
+void lanhost_arp_reply_handle(const uint8_t *frame, size_t len) {
+#define ARP_LOG(level, ...) LANHOST_LOG_AS(zn_event_lanhost_arpreply_read_cb, level, __VA_ARGS__)
     ArpReply r;
-    const ArpCheck check = lanhost_arp_reply_parse(frame, len, &r);
-    if (check != kArpOk) {
-        LANHOST_LOG(1, "%s", kArpRefusal[check]);
+    switch (lanhost_arp_reply_parse(frame, len, &r)) {
+    case Parse::kOk:
+        break;
+    case Parse::kTooShort:
+        ARP_LOG(1, "too short");
+        return;
+    default:
+        ARP_LOG(1, "not arp reply");
         return;
     }
-    LANHOST_LOG(3, "dump arp packet");
+    ARP_LOG(3, "dump arp packet");
     if (zn_event_lanhost_log_levels[0] > 2)
         dump_hex(frame, len);
-    char sMac[kMacTextSize], dMac[kMacTextSize], sIp[16], tIp[16];
+    char sMac[kMacTextSize], dMac[kMacTextSize], sIp[kIpv4TextSize], tIp[kIpv4TextSize];
     lanhost_mac_text(r.srcMac, true, sMac);
     lanhost_mac_text(r.dstMac, true, dMac);
-    ipv4_text(r.senderIp, sIp);
-    ipv4_text(r.targetIp, tIp);
-    LANHOST_LOG(3, "sMacAddr=%s", sMac);
-    LANHOST_LOG(3, "dMacAddr=%s", dMac);
-    LANHOST_LOG(3, "sIpaddr=%s", sIp);
-    LANHOST_LOG(3, "tInaddr=%s", tIp);
+    lanhost_ipv4_text(r.senderIp, sIp);
+    lanhost_ipv4_text(r.targetIp, tIp);
+    ARP_LOG(3, "sMacAddr=%s", sMac);
+    ARP_LOG(3, "dMacAddr=%s", dMac);
+    ARP_LOG(3, "sIpaddr=%s", sIp);
+    ARP_LOG(3, "tInaddr=%s", tIp);
     lhost *host = list_find_lhost(sMac);
     if (!host) {
-        LANHOST_LOG(3, "lhost=NULL mac=%s", sMac);
+        ARP_LOG(3, "lhost=NULL mac=%s", sMac);
         return;
     }
     if (strcmp(sIp, host->ipAddr) != 0) {
-        LANHOST_LOG(3, "arpIp=%s lhostIp=%s change, mac=%s", sIp, host->ipAddr, host->macAddr);
+        ARP_LOG(3, "arpIp=%s lhostIp=%s change, mac=%s", sIp, host->ipAddr, host->macAddr);
         wrapperZns_lanhost_bridge_handle(host, sIp);
     }
     // Any reply from the host ends its probe, whatever address it answers for.
-    if (host->arpState == 1) {
-        LANHOST_LOG(3, "arpping detect mac=%s still online", host->macAddr);
+    if (host->arpState == kArpProbing) {
+        ARP_LOG(3, "arpping detect mac=%s still online", host->macAddr);
         host->arpState = 0;
         if (host->arpTimer)
             wrapper_libevent_lhost_delArptimer(host);
     }
+#undef ARP_LOG
 }
 
 int wrapperZns_lanhost_bridge_handle(lhost *host, const char *senderIp) {
     if (wrapperZns_lanhost_l2Interface_is_bridge(host) != 1)
         return 0;
-    copy_text(host->ipAddr, senderIp);
+    lanhost_copy_text(host->ipAddr, senderIp);
     if (!host->active) {
         LANHOST_LOG(4, "update active to 1");
         host->active = 1;

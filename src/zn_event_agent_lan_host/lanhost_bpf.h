@@ -26,8 +26,8 @@ constexpr sock_filter kArp[] = {
     {BPF_RET | BPF_K, 0, 0, 0},                          // drop
 };
 
-// IPv6 neighbour advertisements (ICMPv6 right behind the fixed header).
-constexpr sock_filter kNeighbourAdvert[] = {
+// IPv6 neighbor advertisements (ICMPv6 right behind the fixed header).
+constexpr sock_filter kNeighborAdvert[] = {
     {BPF_LD | BPF_H | BPF_ABS, 0, 0, kEtherTypeAt},           // A = EtherType
     {BPF_JMP | BPF_JEQ | BPF_K, 0, 5, ETHERTYPE_IPV6},        // not IPv6: drop
     {BPF_LD | BPF_B | BPF_ABS, 0, 0, kIp6NextHeaderAt},       // A = next header

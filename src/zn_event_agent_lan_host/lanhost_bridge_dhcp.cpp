@@ -5,22 +5,25 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "agent_log.h"
 #include "lanhost_dhcp.h"
+#include "lanhost_fd.h"
+#include "lanhost_port.h"
 #include "lanhost_store.h"
 
 namespace {
 
+constexpr size_t kDhcpReadSize = 2048;
+// RFC 2132: the pad and end options (section 3), the message type DHCPREQUEST
+// (section 9.6), and the rules of the options the snooper reads.
 constexpr uint8_t kOptionPad = 0, kOptionEnd = 255;
 constexpr uint8_t kDhcpRequest = 3;
-constexpr DhcpOptionRule kMessageType{53, 1, 1};
-constexpr DhcpOptionRule kClientId{61, 7, 7};  // type byte, then the MAC
-constexpr DhcpOptionRule kRequestedIp{50, 4, 4};
-constexpr DhcpOptionRule kHostNameOption{12, 1, sizeof(lhost::HostName) - 1};
+constexpr DhcpOptionRule kMessageType{53, 1, 1};                            // section 9.6
+constexpr DhcpOptionRule kClientId{61, 7, 7};                               // 9.14: type byte, then the MAC
+constexpr DhcpOptionRule kRequestedIp{50, 4, 4};                            // 9.1
+constexpr DhcpOptionRule kHostNameOption{12, 0, sizeof(lhost::HostName) - 1}; // 3.14, as long as the record holds
 // What the store's signed lease parameter shows as -1: the lease is upstream.
 constexpr int64_t kSnoopedLease = 0xFFFFFFFF;
 
@@ -48,21 +51,21 @@ void dhcp_header_dump(const uint8_t *buf, size_t len) {
         {"flags= ", ntohs(h.flags), true},
     };
     for (const auto &n : numbers)
-        LANHOST_LOG(4, n.hex ? "%s0x%x" : "%s%u", n.label, n.value);
+        LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 4, n.hex ? "%s0x%x" : "%s%u", n.label, n.value);
     const struct {
         const char *label;
         in_addr addr;
     } addrs[] = {{"ciaddr= ", h.ciaddr}, {"yiaddr= ", h.yiaddr}, {"siaddr= ", h.siaddr}, {"giaddr= ", h.giaddr}};
     for (const auto &a : addrs) {
-        char text[INET_ADDRSTRLEN];
-        inet_ntop(AF_INET, &a.addr, text, sizeof text);
-        LANHOST_LOG(4, "%s%s", a.label, text);
+        char text[kIpv4TextSize];
+        lanhost_ipv4_text(reinterpret_cast<const uint8_t *>(&a.addr), text);
+        LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 4, "%s%s", a.label, text);
     }
 }
 
 } // namespace
 
-DhcpOption dhcp_option_lookup(const uint8_t *opts, size_t len, const DhcpOptionRule &rule, ByteCursor *value) {
+Parse lanhost_dhcp_option_lookup(const uint8_t *opts, size_t len, const DhcpOptionRule &rule, ByteCursor *value) {
     ByteCursor list(opts, len);
     while (const uint8_t *code = list.take(1)) {
         if (*code == kOptionPad)
@@ -70,81 +73,77 @@ DhcpOption dhcp_option_lookup(const uint8_t *opts, size_t len, const DhcpOptionR
         if (*code == kOptionEnd)
             break;
         const uint8_t *n = list.take(1);
-        ByteCursor v(nullptr, 0);
+        ByteCursor v;
         if (!n || !list.sub(*n, &v))
             break;
         if (*code != rule.code)
             continue;
         if (*n < rule.minLen || *n > rule.maxLen)
-            return DhcpOption::kBadLength;
+            return Parse::kBadLength;
         *value = v;
-        return DhcpOption::kFound;
+        return Parse::kOk;
     }
-    return DhcpOption::kAbsent;
+    return Parse::kMissing;
 }
 
-int zn_event_lanhost_dhcpRequest_parse(const uint8_t *opts, size_t len, DhcpRequestSnoop *out) {
-    memset(out, 0, sizeof *out);
-    ByteCursor v(nullptr, 0);
-    switch (dhcp_option_lookup(opts, len, kMessageType, &v)) {
-    case DhcpOption::kBadLength:
-        return -1;
-    case DhcpOption::kFound: {
+Parse lanhost_dhcp_request_parse(const uint8_t *opts, size_t len, DhcpRequestSnoop *out) {
+    *out = DhcpRequestSnoop{};
+    ByteCursor v;
+    switch (const Parse found = lanhost_dhcp_option_lookup(opts, len, kMessageType, &v)) {
+    case Parse::kOk: {
         const uint8_t type = *v.take(1);
-        LANHOST_LOG(2, "DHCP, dhcp_message_type=%d", type);
+        LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 2, "DHCP, dhcp_message_type=%d", type);
         if (type != kDhcpRequest)
-            return -1;
+            return Parse::kWrongType;
         break;
     }
-    case DhcpOption::kAbsent: // taken as a request
+    case Parse::kMissing: // taken as a request
         break;
+    default:
+        return found;
     }
-    if (dhcp_option_lookup(opts, len, kClientId, &v) != DhcpOption::kFound)
-        return -1;
+    if (const Parse found = lanhost_dhcp_option_lookup(opts, len, kClientId, &v); found != Parse::kOk)
+        return found;
     v.skip(1);
     lanhost_mac_text(v.take(6), false, out->macAddr);
-    LANHOST_LOG(3, "DHCP, macAddr=%s", out->macAddr);
-    switch (dhcp_option_lookup(opts, len, kRequestedIp, &v)) {
-    case DhcpOption::kBadLength:
-        return -1;
-    case DhcpOption::kFound: {
-        const uint8_t *ip = v.take(4);
-        snprintf(out->requestedIp, sizeof out->requestedIp, "%d.%d.%d.%d", ip[0], ip[1], ip[2], ip[3]);
+    LANHOST_LOG_AS(zn_event_lanhost_bridge_dhcpSockRead_cb, 3, "DHCP, macAddr=%s", out->macAddr);
+    switch (const Parse found = lanhost_dhcp_option_lookup(opts, len, kRequestedIp, &v)) {
+    case Parse::kOk:
+        lanhost_ipv4_text(v.take(4), out->requestedIp);
         break;
-    }
-    case DhcpOption::kAbsent:
+    case Parse::kMissing:
         break;
+    default:
+        return found;
     }
-    // A name too long for the record, or empty, leaves the old one.
-    if (dhcp_option_lookup(opts, len, kHostNameOption, &v) == DhcpOption::kFound) {
-        copy_text(out->hostName, reinterpret_cast<const char *>(v.peek()), v.left());
-        out->hasHostName = out->hostName[0] != '\0';
+    // A name too long for the record leaves the old one; an empty one empties it.
+    if (lanhost_dhcp_option_lookup(opts, len, kHostNameOption, &v) == Parse::kOk) {
+        lanhost_copy_text(out->hostName, v);
+        out->hasHostName = true;
     }
-    return 0;
+    return Parse::kOk;
 }
 
 void zn_event_lanhost_bridge_dhcpSockRead_cb(evutil_socket_t fd, short, void *) {
-    uint8_t buf[kDhcpReadSize] = {};
-    const ssize_t n = recv(fd, buf, sizeof buf, 0);
-    if (n <= ssize_t(kDhcpOptionsAt)) {
-        LANHOST_LOG(1, "read error: %s\n", strerror(errno));
+    uint8_t buf[kDhcpReadSize];
+    const ssize_t n = lanhost_read_once(fd, buf, sizeof buf, {ReadFailure::kErrno, false, kDhcpOptionsAt + 1});
+    if (n < 0)
         return;
-    }
     dhcp_header_dump(buf, size_t(n));
     DhcpRequestSnoop req;
-    if (zn_event_lanhost_dhcpRequest_parse(buf + kDhcpOptionsAt, size_t(n) - kDhcpOptionsAt, &req) < 0)
+    if (lanhost_dhcp_request_parse(buf + kDhcpOptionsAt, size_t(n) - kDhcpOptionsAt, &req) != Parse::kOk)
         return;
     lhost *host = list_find_lhost(req.macAddr);
     if (!host || !wrapperZns_lanhost_l2Interface_is_bridge(host))
         return;
     if (req.requestedIp[0]) {
-        copy_text(host->ipAddr, req.requestedIp);
+        lanhost_copy_text(host->ipAddr, req.requestedIp);
         host->dhcpLeasetime = kSnoopedLease;
-        copy_text(host->ipAddrSource, "DHCP");
+        lanhost_copy_text(host->ipAddrSource, "DHCP");
         LANHOST_LOG(3, "DHCP, ip=%s", host->ipAddr);
     }
     if (req.hasHostName)
-        copy_text(host->HostName, req.hostName);
+        lanhost_copy_text(host->HostName, req.hostName);
     host->active = 1;
     LANHOST_LOG(2, "DHCP Request, mac=%s, ip=%s, Hostname=%s", req.macAddr, req.requestedIp, host->HostName);
     wrapperZns_lanhost_update(host->mac, req.requestedIp, AF_INET, 0);

@@ -1,20 +1,19 @@
 // Lease messages on the lease-time socket: "MAC,lease,IP,name" for an IPv4
 // lease, "DUID,lease,..." for an IPv6 one.
-#include <sys/socket.h>
-#include <sys/types.h>
+#include "lanhost_dhcp.h"
 
-#include <cerrno>
+#include <sys/socket.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
 
 #include "agent_log.h"
-#include "lanhost_dhcp.h"
+#include "lanhost.h"
+#include "lanhost_fd.h"
 #include "lanhost_store.h"
 
 namespace {
-
-constexpr size_t kHostDuidAt = 455; // X_ZN_DUID of a Host object
 
 constexpr size_t kMacField = 0, kLeaseField = 1, kIpField = 2, kNameField = 3;
 constexpr size_t kNameMinLength = 2;
@@ -35,31 +34,20 @@ bool no_host_name(const LeaseMessage &msg) {
 
 } // namespace
 
-void zn_event_lanhost_leaseMsg_parse(const char *buf, size_t len, LeaseMessage *msg) {
+void lanhost_lease_message_parse(const char *buf, size_t len, LeaseMessage *msg) {
     memset(msg, 0, sizeof *msg);
-    const size_t end = strnlen(buf, len < kLeaseMessageMax ? len : kLeaseMessageMax);
-    size_t i = 0;
-    while (msg->count < kLeaseFields) {
-        while (i < end && buf[i] == ',')
-            i++;
-        if (i == end)
-            break;
-        const size_t start = i;
-        while (i < end && buf[i] != ',')
-            i++;
-        copy_text(msg->field[msg->count++], buf + start, i - start);
-    }
+    lanhost_copy_text(msg->text, buf, len);
+    ByteCursor rest(msg->text, strlen(msg->text)), field;
+    while (msg->count < kLeaseFields && rest.field(',', &field))
+        lanhost_copy_text(msg->field[msg->count++], field);
 }
 
 void zn_event_lanhost_dhcpSockRead_cb(evutil_socket_t fd, short, void *) {
-    char buf[kLeaseMessageMax + 1] = {}; // one byte more keeps the text terminated
-    ssize_t n = recv(fd, buf, kLeaseMessageMax, 0);
-    if (n < 0) {
-        LANHOST_LOG(1, "read error: %s\n", strerror(errno));
-        n = 0;
-    }
+    char buf[kLeaseMessageMax + 1];
+    // A failed read leaves the buffer empty, which has no fields.
+    const ssize_t n = lanhost_read_once(fd, buf, sizeof buf, {ReadFailure::kErrno, true});
     LeaseMessage msg;
-    zn_event_lanhost_leaseMsg_parse(buf, size_t(n), &msg);
+    lanhost_lease_message_parse(buf, n < 0 ? 0 : size_t(n), &msg);
     if (msg.count <= kLeaseField)
         return;
     const long lease = strtol(msg.field[kLeaseField], nullptr, 10);
@@ -69,20 +57,19 @@ void zn_event_lanhost_dhcpSockRead_cb(evutil_socket_t fd, short, void *) {
     }
     if (!list_find_lhost(msg.field[kMacField]))
         LANHOST_LOG(1, "input lhost is not valid!!");
-    zn_event_lanhost_update_dhcp_LeaseTime(buf);
+    zn_event_lanhost_update_dhcp_LeaseTime(msg);
 }
 
-int zn_event_lanhost_update_dhcp_LeaseTime(const char *text) {
-    LANHOST_LOG(3, "buff=%s", text);
-    LeaseMessage msg;
-    zn_event_lanhost_leaseMsg_parse(text, kLeaseMessageMax, &msg);
+int zn_event_lanhost_update_dhcp_LeaseTime(const LeaseMessage &msg) {
+    LANHOST_LOG(3, "buff=%s", msg.text);
     if (msg.count <= kIpField) {
         LANHOST_LOG(3, "!!!! buf no ip");
         return 0;
     }
+    // Whatever else the field holds goes on as the host's address: this path
+    // makes the source "DHCP", so the address never reaches a lease file search.
     const char *ip = msg.field[kIpField];
-    // Only a dotted address goes on: it is later a search text of the lease file.
-    if (!ipv4_str_is_valid(ip)) {
+    if (ip[0] == '*') {
         LANHOST_LOG(3, "ip=%s invalid", ip);
         return 0;
     }
@@ -92,8 +79,8 @@ int zn_event_lanhost_update_dhcp_LeaseTime(const char *text) {
         return 0;
     }
     host->active = 1;
-    copy_text(host->ipAddrSource, "DHCP");
-    copy_text(host->HostName, no_host_name(msg) ? "unknown" : msg.field[kNameField]);
+    lanhost_copy_text(host->ipAddrSource, "DHCP");
+    lanhost_copy_text(host->HostName, no_host_name(msg) ? "unknown" : msg.field[kNameField]);
     host->dhcpLeasetime = strtol(msg.field[kLeaseField], nullptr, 10);
     if (auto *obj = static_cast<const char *>(wrapperZns_get_lanhost_byMac(host->mac))) {
         const char *stored = obj + kHostIpAddressAt;
@@ -102,7 +89,7 @@ int zn_event_lanhost_update_dhcp_LeaseTime(const char *text) {
     } else if (strcmp(host->ipAddr, ip) != 0) {
         LANHOST_LOG(3, "!!!! warning, ip diff msg_ip=%s lhost->ipAddr=%s!!!!", ip, host->ipAddr);
     }
-    copy_text(host->ipAddr, ip);
+    lanhost_copy_text(host->ipAddr, ip);
     wrapperZns_lanhost_update(host->mac, ip, AF_INET, 0);
     return 0;
 }

@@ -1,5 +1,5 @@
-// The neighbour socket: the bridge's forwarding entries create and delete
-// host records, the neighbour tables give them addresses, and the wireless
+// The neighbor socket: the bridge's forwarding entries create and delete
+// host records, the neighbor tables give them addresses, and the wireless
 // driver's departure message takes a station offline.
 #include "lanhost_neighbor.h"
 
@@ -10,18 +10,33 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <strings.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "agent_log.h"
-#include "byte_cursor.h"
+#include "lanhost.h"
 #include "lanhost_ageing.h"
+#include "lanhost_arp.h"
+#include "lanhost_fd.h"
+#include "lanhost_port.h"
 #include "lanhost_store.h"
 
 namespace {
+
+// The kinds of attribute value the tracker reads, and the least length of each.
+enum AttrKind { kAttrMac, kAttrIpv4, kAttrIpv6, kAttrMaster };
+constexpr size_t kAttrLength[] = {6, sizeof(in_addr), sizeof(in6_addr), sizeof(int32_t)};
+static_assert(kAttrLength[kAttrIpv4] == 4 && kAttrLength[kAttrIpv6] == 16 && kAttrLength[kAttrMaster] == 4,
+              "NDA_DST holds 4 or 16 bytes, NDA_MASTER a 32-bit index");
+
+bool read_attr(const NeighborAttr &a, AttrKind kind, void *out) {
+    if (!a.data || a.len < kAttrLength[kind])
+        return false;
+    memcpy(out, a.data, kAttrLength[kind]);
+    return true;
+}
 
 struct Name {
     uint16_t value;
@@ -70,7 +85,28 @@ constexpr const char kGatewayLanAddress[] = "192.168.1.1";
 constexpr const char kGatewayLinkLocal[] = "fe80::1";
 constexpr const char kBrctlShowmacs[] = "brctl showmacs br0 ";
 constexpr const char kLanEthMacfilterTable[] = "/tmp/LanEthmacfilter_table";
-constexpr size_t kColumnLine = 100; // lines of at most 99 characters
+
+// Text forms of the attributes; empty when the attribute is absent or short.
+void mac_text(const NeighborAttr &a, char (&text)[kMacTextSize]) {
+    uint8_t mac[6];
+    text[0] = '\0';
+    if (lanhost_attr_mac(a, mac))
+        lanhost_mac_text(mac, true, text);
+}
+
+void ipv4_text(const NeighborAttr &a, char (&text)[kIpv4TextSize]) {
+    in_addr addr;
+    text[0] = '\0';
+    if (lanhost_attr_ipv4(a, &addr))
+        lanhost_ipv4_text(reinterpret_cast<const uint8_t *>(&addr), text);
+}
+
+void ipv6_text(const NeighborAttr &a, char (&text)[INET6_ADDRSTRLEN]) {
+    in6_addr addr;
+    text[0] = '\0';
+    if (lanhost_attr_ipv6(a, &addr))
+        inet_ntop(AF_INET6, &addr, text, sizeof text);
+}
 
 // ndm_state is one state; true when it is one of those in states.
 constexpr uint16_t kAnyState = 0xFFFF;
@@ -78,36 +114,37 @@ bool state_in(uint16_t states, uint16_t state) {
     return states == kAnyState || (state != 0 && (state & (state - 1)) == 0 && (states & state) != 0);
 }
 
-void log_neighbor(const char *family, const NeighMsg &m, bool v6) {
-    char mac[kMacTextSize], ip[46];
-    neigh_mac_text(m.attr[NDA_LLADDR], mac);
+void log_neighbor(const char *family, const NeighborMsg &m, bool v6) {
+    char mac[kMacTextSize], ip[INET6_ADDRSTRLEN];
+    mac_text(m.attr[NDA_LLADDR], mac);
     if (v6) {
-        neigh_ipv6_text(m.attr[NDA_DST], ip);
+        ipv6_text(m.attr[NDA_DST], ip);
     } else {
-        char v4[16];
-        neigh_ipv4_text(m.attr[NDA_DST], v4);
-        copy_text(ip, v4);
+        char v4[kIpv4TextSize];
+        ipv4_text(m.attr[NDA_DST], v4);
+        lanhost_copy_text(ip, v4);
     }
-    LANHOST_LOG(3, "%s,ndm->ndm_state=%d(%s) ip=%s mac=%s", family, m.state, netlink_ndmState_name(m.state), ip, mac);
+    LANHOST_LOG_AS(netlink_neighborMsg_handle, 3, "%s,ndm->ndm_state=%d(%s) ip=%s mac=%s", family, m.state,
+                   netlink_ndmState_name(m.state), ip, mac);
 }
 
-void route_layer2(const NeighMsg &m) { netlink_layer2_neighborMsg_parse(m.attr, m.ifindex, m.type); }
+void route_layer2(const NeighborMsg &m) { netlink_layer2_neighborMsg_parse(m.attr, m.ifindex, m.type); }
 
-void route_ipv4(const NeighMsg &m) {
+void route_ipv4(const NeighborMsg &m) {
     log_neighbor("AF_INET", m, false);
     netlink_layer3_neighborMsg_parse(m.attr, m.type);
 }
 
-void route_ipv6(const NeighMsg &m) { netlink_layer3_ipv6NeighborMsg_parse(m.attr, m.type); }
+void route_ipv6(const NeighborMsg &m) { netlink_layer3_ipv6NeighborMsg_parse(m.attr, m.type); }
 
 struct Route {
     uint8_t family;
     uint16_t type;
     uint16_t states;
-    void (*run)(const NeighMsg &);
+    void (*run)(const NeighborMsg &);
 };
 
-// Deletions of IPv4 and IPv6 neighbours change no host: a host leaves only
+// Deletions of IPv4 and IPv6 neighbors change no host: a host leaves only
 // through the bridge, a probe time-out or the wireless message.
 constexpr Route kRoutes[] = {
     {AF_BRIDGE, RTM_NEWNEIGH, kAnyState, route_layer2},
@@ -131,47 +168,60 @@ void interface_name(int s, int32_t index, char (&name)[IFNAMSIZ]) {
     memset(&ifr, 0, sizeof ifr);
     ifr.ifr_ifindex = index;
     if (ioctl(s, SIOCGIFNAME, &ifr) < 0) {
-        LANHOST_LOG(1, "ioctl fail: %s\n", strerror(errno));
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 1, "ioctl fail: %s\n", strerror(errno));
         return;
     }
-    copy_text(name, ifr.ifr_name, IFNAMSIZ);
+    lanhost_copy_text(name, ifr.ifr_name, IFNAMSIZ);
 }
 
 void interface_mac_text(int s, const char *name, char (&text)[kMacTextSize]) {
     ifreq ifr;
     memset(&ifr, 0, sizeof ifr);
-    copy_text(ifr.ifr_name, name);
+    lanhost_copy_text(ifr.ifr_name, name);
     if (ioctl(s, SIOCGIFHWADDR, &ifr) < 0) {
-        LANHOST_LOG(1, "ioctl fail: %s\n", strerror(errno));
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 1, "ioctl fail: %s\n", strerror(errno));
         return;
     }
     lanhost_mac_text(reinterpret_cast<const uint8_t *>(ifr.ifr_hwaddr.sa_data), true, text);
 }
 
+// The blank-separated columns of a line, as many as columns holds; those
+// the line lacks stay empty.
+template <size_t N> void line_columns(const char *line, ByteCursor (&columns)[N]) {
+    ByteCursor rest(line, strlen(line));
+    for (ByteCursor &c : columns)
+        if (!rest.field(' ', &c))
+            break;
+}
+
+// Whether the two texts are equal regardless of case, the first a column.
+bool column_is(const ByteCursor &column, const char *text) {
+    return column.left() == strlen(text) && strncasecmp(column.text(), text, column.left()) == 0;
+}
+
 // The fifth column of the line of "brctl showmacs" that names mac.
-void brctl_fifth_column(const char *mac, char (&fifth)[kColumnLine]) {
+void brctl_fifth_column(const char *mac, char (&fifth)[kMacfilterLine]) {
     fifth[0] = '\0';
     FILE *p = popen(kBrctlShowmacs, "r");
     if (!p)
         return;
-    char line[kColumnLine];
+    char line[kMacfilterLine];
     while (fgets(line, sizeof line, p)) {
-        char column[kColumnLine] = "", fifthColumn[kColumnLine] = "";
-        sscanf(line, "%*s %99s %*s %*s %99s", column, fifthColumn);
-        if (strcasecmp(column, mac) == 0) {
-            copy_text(fifth, fifthColumn);
+        ByteCursor column[5];
+        line_columns(line, column);
+        if (column_is(column[1], mac)) {
+            lanhost_copy_text(fifth, column[4]);
             break;
         }
     }
     pclose(p);
 }
 
-
 bool macfilter_stat_names(const char *mac) {
     FILE *f = lanhost_macfilter_stat_open();
     if (!f)
         return false;
-    char statMac[kMacfilterColumn];
+    char statMac[kMacfilterLine];
     int count;
     bool named = false;
     while (!named && lanhost_macfilter_stat_next(f, statMac, &count))
@@ -185,19 +235,19 @@ bool lan_eth_macfilter_names(const char *mac, const char *port) {
     FILE *f = fopen(kLanEthMacfilterTable, "r");
     if (!f)
         return false;
-    char line[kColumnLine];
+    char line[kMacfilterLine];
     bool named = false;
     while (!named && fgets(line, sizeof line, f)) {
-        char first[kColumnLine] = "", third[kColumnLine] = "";
-        sscanf(line, "%99s %*s %99s", first, third);
-        named = strcasecmp(first, mac) == 0 && strcasecmp(third, port) == 0;
+        ByteCursor column[3];
+        line_columns(line, column);
+        named = column_is(column[0], mac) && column_is(column[2], port);
     }
     fclose(f);
     return named;
 }
 
 void macfilter_classify(lhost *host) {
-    char fifth[kColumnLine];
+    char fifth[kMacfilterLine];
     brctl_fifth_column(host->macAddr, fifth);
     if (macfilter_stat_names(host->macAddr) || (fifth[0] && lan_eth_macfilter_names(host->macAddr, fifth)))
         lanhost_macfilter_notify(host, kMacfilterFiltered);
@@ -205,26 +255,37 @@ void macfilter_classify(lhost *host) {
         lanhost_macfilter_notify(host, kMacfilterNewWired);
 }
 
+// A wireless station that has left: its addresses go, and the store shows it
+// offline on both families.
+void wlan_host_offline(lhost *host) {
+    host->ipAddr[0] = '\0';
+    wrapperZns_lanhost_set_offline(host);
+    wrapperZns_lanhostIPv6_set_offline(host);
+    host->ipv6Addr[0] = '\0';
+    wrapperZns_lanhostIPv6_delete(host->mac);
+}
+
 void layer2_add(const BridgeReport &r) {
     lhost *host = list_find_lhost(r.mac);
     if (host && strcmp(host->brPortName, r.brPortName) != 0) {
-        LANHOST_LOG(3, "Port Changed! from %s to %s", host->brPortName, r.brPortName);
-        copy_text(host->brPortName, r.brPortName);
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "Port Changed! from %s to %s", host->brPortName,
+                       r.brPortName);
+        lanhost_copy_text(host->brPortName, r.brPortName);
         wrapperZns_lanhost_update_Layer2Interface(host);
     } else if (!host) {
         host = list_init_add_lhost();
         if (!host)
             return;
         memcpy(host->mac, r.macBytes, sizeof host->mac);
-        copy_text(host->macAddr, r.mac);
-        copy_text(host->brName, r.brName);
-        copy_text(host->brPortName, r.brPortName);
+        lanhost_copy_text(host->macAddr, r.mac);
+        lanhost_copy_text(host->brName, r.brName);
+        lanhost_copy_text(host->brPortName, r.brPortName);
         host->active = 1;
         macfilter_classify(host);
     }
     // A new host has no address yet, so its first probe stops at once.
     if (wrapperZns_lanhost_l2Interface_is_bridge(host) == 1) {
-        LANHOST_LOG(3, "Bridge, macAddr=%s", host->macAddr);
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "Bridge, macAddr=%s", host->macAddr);
         zn_event_lanhost_arpping(host);
     }
 }
@@ -234,22 +295,18 @@ void layer2_delete(const BridgeReport &r) {
     if (!host)
         return;
     if (begins_with_any(host->brPortName, kWirelessMarks)) {
-        LANHOST_LOG(3, "wlan dev offline macAddr=%s", host->macAddr);
-        host->ipAddr[0] = '\0';
-        wrapperZns_lanhost_set_offline(host);
-        wrapperZns_lanhostIPv6_set_offline(host);
-        host->ipv6Addr[0] = '\0';
-        wrapperZns_lanhostIPv6_delete(host->mac);
+        LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "wlan dev offline macAddr=%s", host->macAddr);
+        wlan_host_offline(host);
     } else {
         lanhost_macfilter_notify(host, kMacfilterWiredDeleted);
     }
-    LANHOST_LOG(3, "set offline and delet lhost macAddr=%s", host->macAddr);
+    LANHOST_LOG_AS(netlink_layer2_neighborMsg_parse, 3, "set offline and delet lhost macAddr=%s", host->macAddr);
     wrapperZns_lanhost_set_offline(host);
     wrapperZns_lanhostIPv6_set_offline(host);
     list_del_lhost(host);
 }
 
-// Where a neighbour's IPv6 address of one kind is kept, and how it is told.
+// Where a neighbor's IPv6 address of one kind is kept, and how it is told.
 struct Ipv6Slot {
     char (lhost::*field)[sizeof(lhost::ipv6Addr)];
     int scope;
@@ -259,29 +316,10 @@ struct Ipv6Slot {
 
 } // namespace
 
-void neigh_mac_text(const NeighAttr &a, char (&text)[kMacTextSize]) {
-    text[0] = '\0';
-    if (a.data && a.len >= 6)
-        lanhost_mac_text(a.data, true, text);
-}
-
-void neigh_ipv4_text(const NeighAttr &a, char (&text)[16]) {
-    text[0] = '\0';
-    in_addr addr;
-    if (a.data && a.len >= sizeof addr) {
-        memcpy(&addr, a.data, sizeof addr);
-        inet_ntop(AF_INET, &addr, text, sizeof text);
-    }
-}
-
-void neigh_ipv6_text(const NeighAttr &a, char (&text)[46]) {
-    text[0] = '\0';
-    in6_addr addr;
-    if (a.data && a.len >= sizeof addr) {
-        memcpy(&addr, a.data, sizeof addr);
-        inet_ntop(AF_INET6, &addr, text, sizeof text);
-    }
-}
+bool lanhost_attr_mac(const NeighborAttr &a, uint8_t (&out)[6]) { return read_attr(a, kAttrMac, out); }
+bool lanhost_attr_ipv4(const NeighborAttr &a, in_addr *out) { return read_attr(a, kAttrIpv4, out); }
+bool lanhost_attr_ipv6(const NeighborAttr &a, in6_addr *out) { return read_attr(a, kAttrIpv6, out); }
+bool lanhost_attr_master(const NeighborAttr &a, int32_t *out) { return read_attr(a, kAttrMaster, out); }
 
 const char *netlink_nlmsgType_name(uint16_t type) { return name_of(kNlmsgTypeNames, type); }
 
@@ -289,16 +327,12 @@ const char *netlink_ndmState_name(uint16_t state) { return name_of(kNdmStateName
 
 void zn_event_lanhost_neighbor_read_cb(evutil_socket_t fd, short, void *) {
     uint8_t buf[kNeighborDatagram];
-    memset(buf, 0, sizeof buf);
-    ssize_t n = read(fd, buf, sizeof buf);
-    if (n < 0) {
-        LANHOST_LOG(1, "read fail");
-        return;
-    }
-    netlink_neighborMsgs_walk(buf, size_t(n), netlink_neighborMsg_dispatch);
+    const ssize_t n = lanhost_read_once(fd, buf, sizeof buf, {ReadFailure::kPlain});
+    if (n >= 0)
+        lanhost_neighbor_walk(buf, size_t(n), lanhost_neighbor_dispatch);
 }
 
-void netlink_neighborMsgs_walk(const uint8_t *buf, size_t len, NeighborMsgFn fn) {
+void lanhost_neighbor_walk(const uint8_t *buf, size_t len, NeighborMsgFn fn) {
     ByteCursor walk(buf, len);
     nlmsghdr h;
     while (walk.left() >= sizeof h) {
@@ -313,20 +347,20 @@ void netlink_neighborMsgs_walk(const uint8_t *buf, size_t len, NeighborMsgFn fn)
     }
 }
 
-void netlink_neighborMsg_dispatch(uint16_t type, const uint8_t *msg, size_t len) {
+void lanhost_neighbor_dispatch(uint16_t type, const uint8_t *msg, size_t len) {
     if (type == kWlanLeaveMsgType)
         netlink_wlan_neighborMsg_handle(msg, len);
     else
         netlink_neighborMsg_handle(msg, len);
 }
 
-bool netlink_neighborMsg_parse(const uint8_t *msg, size_t len, NeighMsg *out) {
-    *out = NeighMsg{};
+Parse lanhost_neighbor_parse(const uint8_t *msg, size_t len, NeighborMsg *out) {
+    *out = NeighborMsg{};
     ByteCursor c(msg, len);
     nlmsghdr h;
     ndmsg nd;
     if (!c.take_into(&h) || !c.take_into(&nd))
-        return false;
+        return Parse::kTooShort;
     out->type = h.nlmsg_type;
     out->family = nd.ndm_family;
     out->ifindex = nd.ndm_ifindex;
@@ -337,24 +371,24 @@ bool netlink_neighborMsg_parse(const uint8_t *msg, size_t len, NeighMsg *out) {
         if (a.rta_len < sizeof a || a.rta_len > c.left())
             break;
         if (a.rta_type < kNdaTableSize)
-            out->attr[a.rta_type] = NeighAttr{c.peek() + sizeof a, size_t(a.rta_len - sizeof a)};
+            out->attr[a.rta_type] = NeighborAttr{c.peek() + sizeof a, size_t(a.rta_len - sizeof a)};
         if (!c.skip(RTA_ALIGN(a.rta_len)))
             break;
     }
-    return true;
+    return Parse::kOk;
 }
 
-bool netlink_wlan_neighborMsg_text(const uint8_t *msg, size_t len, char (&text)[kMacTextSize]) {
+Parse lanhost_wlan_leave_text(const uint8_t *msg, size_t len, char (&text)[kMacTextSize]) {
     ByteCursor c(msg, len);
     text[0] = '\0';
     if (!c.skip(sizeof(nlmsghdr)))
-        return true;
-    return copy_text(text, reinterpret_cast<const char *>(c.peek()), c.left());
+        return Parse::kTooShort;
+    return lanhost_copy_text(text, c.text(), c.left()) ? Parse::kOk : Parse::kTooLong;
 }
 
 int netlink_neighborMsg_handle(const uint8_t *msg, size_t len) {
-    NeighMsg m;
-    if (!netlink_neighborMsg_parse(msg, len, &m))
+    NeighborMsg m;
+    if (lanhost_neighbor_parse(msg, len, &m) != Parse::kOk)
         return 0;
     if (m.family == AF_INET6)
         log_neighbor("AF_INET6", m, true);
@@ -367,27 +401,22 @@ int netlink_neighborMsg_handle(const uint8_t *msg, size_t len) {
     return 0;
 }
 
-int netlink_layer2_neighborMsg_parse(const NeighAttr *attrs, int32_t ifindex, uint16_t nlmsgType) {
-    int s = socket(AF_INET, SOCK_DGRAM, 0);
-    if (s < 0) {
+int netlink_layer2_neighborMsg_parse(const NeighborAttr *attrs, int32_t ifindex, uint16_t nlmsgType) {
+    const UniqueFd s(socket(AF_INET, SOCK_DGRAM, 0));
+    if (!s) {
         LANHOST_LOG(1, "socket fail: %s\n", strerror(errno));
         return -1;
     }
     BridgeReport r{};
-    neigh_mac_text(attrs[NDA_LLADDR], r.mac);
-    if (r.mac[0])
-        memcpy(r.macBytes, attrs[NDA_LLADDR].data, sizeof r.macBytes);
-    const NeighAttr &master = attrs[NDA_MASTER];
-    if (master.data && master.len >= sizeof(int32_t)) {
-        int32_t index;
-        memcpy(&index, master.data, sizeof index);
-        interface_name(s, index, r.brName);
-    }
+    if (lanhost_attr_mac(attrs[NDA_LLADDR], r.macBytes))
+        lanhost_mac_text(r.macBytes, true, r.mac);
+    int32_t master;
+    if (lanhost_attr_master(attrs[NDA_MASTER], &master))
+        interface_name(s.get(), master, r.brName);
     if (ifindex != -1)
-        interface_name(s, ifindex, r.brPortName);
+        interface_name(s.get(), ifindex, r.brPortName);
     if (contains_any(r.brPortName, kWirelessMarks))
-        interface_mac_text(s, r.brPortName, r.portMac);
-    close(s);
+        interface_mac_text(s.get(), r.brPortName, r.portMac);
 
     if (r.mac[0] && strcmp(r.mac, gatewayBaseMac) == 0) {
         LANHOST_LOG(4, "local mac address, return");
@@ -413,14 +442,14 @@ int netlink_layer2_neighborMsg_parse(const NeighAttr *attrs, int32_t ifindex, ui
     return 0;
 }
 
-int netlink_layer3_neighborMsg_parse(const NeighAttr *attrs, uint16_t) {
+int netlink_layer3_neighborMsg_parse(const NeighborAttr *attrs, uint16_t) {
     constexpr Name kNoticed[] = {{NDA_IFINDEX, "NDA_IFINDEX"}, {NDA_PORT, "NDA_PORT"}, {NDA_MASTER, "NDA_MASTER"}};
     for (const Name &n : kNoticed)
         if (attrs[n.value].data)
             LANHOST_LOG(1, "%s", n.name);
-    char mac[kMacTextSize], ip[16];
-    neigh_mac_text(attrs[NDA_LLADDR], mac);
-    neigh_ipv4_text(attrs[NDA_DST], ip);
+    char mac[kMacTextSize], ip[kIpv4TextSize];
+    mac_text(attrs[NDA_LLADDR], mac);
+    ipv4_text(attrs[NDA_DST], ip);
     if (!mac[0] || !ip[0])
         return 0;
     lhost *host = list_find_lhost(mac);
@@ -437,33 +466,31 @@ int netlink_layer3_neighborMsg_parse(const NeighAttr *attrs, uint16_t) {
         return 0;
     // Every report is passed on, changed or not: that brings an offline host back.
     host->active = 1;
-    copy_text(host->ipAddr, ip);
+    lanhost_copy_text(host->ipAddr, ip);
     wrapperZns_lanhost_update(host->mac, host->ipAddr, AF_INET, 0);
     return 0;
 }
 
-int netlink_layer3_ipv6NeighborMsg_parse(const NeighAttr *attrs, uint16_t nlmsgType) {
-    static constexpr Ipv6Slot kGlobal = {&lhost::ipv6Addr, 14, "ipV6 change or new online\n",
+int netlink_layer3_ipv6NeighborMsg_parse(const NeighborAttr *attrs, uint16_t nlmsgType) {
+    static constexpr Ipv6Slot kGlobal = {&lhost::ipv6Addr, kIpv6ScopeGlobal, "ipV6 change or new online\n",
                                          "ipv6 not change or no new online\n"};
-    static constexpr Ipv6Slot kLinkLocal = {&lhost::ipv6LocalAddr, 2, "ipV6 link local addr change or new online\n",
+    static constexpr Ipv6Slot kLinkLocal = {&lhost::ipv6LocalAddr, kIpv6ScopeLink,
+                                            "ipV6 link local addr change or new online\n",
                                             "ipV6 link local not change or no new online\n"};
     if (nlmsgType != RTM_NEWNEIGH)
         return 0;
-    char mac[kMacTextSize], ip[46];
-    neigh_mac_text(attrs[NDA_LLADDR], mac);
-    neigh_ipv6_text(attrs[NDA_DST], ip);
+    char mac[kMacTextSize], ip[INET6_ADDRSTRLEN];
+    mac_text(attrs[NDA_LLADDR], mac);
+    ipv6_text(attrs[NDA_DST], ip);
     LANHOST_LOG(3, "!!!!!!macAddr=%s,ipAddr=%s\n", mac, ip);
     if (ip[0] && strcmp(ip, kGatewayLinkLocal) == 0)
         return 0;
-    uint8_t addr[16] = {};
-    if (ip[0])
-        memcpy(addr, attrs[NDA_DST].data, sizeof addr);
-    const uint32_t type = lhost_ipv6_addr_type(addr);
-    const Ipv6Slot *slot = nullptr;
-    if ((type & kIpv6Unicast) && (type & kIpv6ScopeGlobal) == kIpv6ScopeGlobal)
-        slot = &kGlobal;
-    else if ((type & kIpv6Unicast) && (type & kIpv6LinkLocal))
-        slot = &kLinkLocal;
+    in6_addr addr{};
+    lanhost_attr_ipv6(attrs[NDA_DST], &addr); // without one, the unspecified address
+    const uint32_t type = lhost_ipv6_addr_type(addr.s6_addr);
+    const Ipv6Slot *slot = lanhost_ipv6_is_global(type) ? &kGlobal
+                           : lanhost_ipv6_is_link_local(type) ? &kLinkLocal
+                                                              : nullptr;
     if (!slot) {
         LANHOST_LOG(3, "not global ipv6address\n");
         return 0;
@@ -473,7 +500,7 @@ int netlink_layer3_ipv6NeighborMsg_parse(const NeighAttr *attrs, uint16_t nlmsgT
     lhost *host = list_find_lhost(mac);
     if (host && strcmp(host->*(slot->field), ip) != 0) {
         LANHOST_LOG(3, "%s", slot->changed);
-        copy_text(host->*(slot->field), ip);
+        lanhost_copy_text(host->*(slot->field), ip);
         wrapperZns_lanhost_update(host->mac, host->*(slot->field), AF_INET6, slot->scope);
     } else {
         LANHOST_LOG(3, "%s", slot->unchanged);
@@ -484,20 +511,13 @@ int netlink_layer3_ipv6NeighborMsg_parse(const NeighAttr *attrs, uint16_t nlmsgT
 int netlink_wlan_neighborMsg_handle(const uint8_t *msg, size_t len) {
     char text[kMacTextSize];
     // A text longer than a MAC text names no record.
-    const bool whole = netlink_wlan_neighborMsg_text(msg, len, text);
+    const Parse check = lanhost_wlan_leave_text(msg, len, text);
     if (!text[0])
         return 0;
     LANHOST_LOG(3, "wlan dev offline macAddr=%s", text);
-    lhost *host = whole ? list_find_lhost(text) : nullptr;
-    if (!host)
-        return 0;
-    host->ipAddr[0] = '\0';
-    uint8_t mac[6];
-    macStr_to_bytes(mac, text);
-    wrapperZns_lanhost_set_offline(host);
-    wrapperZns_lanhostIPv6_set_offline(host);
-    host->ipv6Addr[0] = '\0';
-    wrapperZns_lanhostIPv6_delete(mac);
+    lhost *host = check == Parse::kOk ? list_find_lhost(text) : nullptr;
+    if (host)
+        wlan_host_offline(host);
     return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "agent_log.h"
+#include "lanhost.h"
 #include "lanhost_store.h"
 
 namespace {
@@ -34,10 +35,6 @@ constexpr CopiedParam kOfflineIpv6Copy[] = {
     {"X_ZN_GUAIPAddress", ZNS_TYPE_STRING, kHostGuaAddressAt},
 };
 
-bool offline_has_mac(const uint8_t *object, const uint8_t *mac) {
-    return object && memcmp(object + kOfflineMacAt, mac, 6) == 0;
-}
-
 // The entry that has been offline longest. An entry at 0 never stays the
 // choice once another follows it; of equal times the earlier index wins.
 int offline_oldest(zns_xml_handle_t *handle) {
@@ -64,33 +61,34 @@ void *offline_slot(zns_xml_handle_t *handle) {
     if (index) {
         znsXml_addObjectByOIDIAIndirect(handle, kOidOfflineHost, lanhost_instance(index), 0, 0);
     } else if (!(index = offline_oldest(handle))) {
-        ZN_LOG(4, "Error!!! IA iValue %d is not in 1~255!!!\n", 0);
+        ZN_LOG_AS(wrapperOfflineLanHost_add, 4, "Error!!! IA iValue %d is not in 1~255!!!\n", 0);
         return nullptr;
     }
     void *slot = znsXml_GetObjectByOID(handle, kOidOfflineHost, lanhost_instance(index), 1);
     if (!slot)
-        ZN_LOG(1, "get OID_InternetGatewayDevice_LANDevice_i_Hosts_OfflineHost_i %d fail \n", index);
+        ZN_LOG_AS(wrapperOfflineLanHost_add, 1,
+                  "get OID_InternetGatewayDevice_LANDevice_i_Hosts_OfflineHost_i %d fail \n", index);
     return slot;
 }
 
 void set_ipv6_inactive(const uint8_t *object) {
     const uint8_t inactive = 0;
-    LANHOST_LOG(4, "set value: ipv6Active=%d", inactive);
     lanhost_store_set_one(storeHandle, object, "ipv6Active", ZNS_TYPE_BOOL, &inactive);
 }
 
 } // namespace
 
 void wrapperZns_offlineLanHost_delete(const uint8_t *mac) {
-    const int index = lanhost_store_scan(storeHandle, kOidOfflineHost, wrapperZns_lanhost_get_maxNum(),
-                                         [&](int, const uint8_t *object) { return offline_has_mac(object, mac); });
+    const int index =
+        lanhost_store_scan(storeHandle, kOidOfflineHost, wrapperZns_lanhost_get_maxNum(),
+                           [&](int, const uint8_t *object) { return lanhost_has_mac(object, kOfflineMacAt, mac); });
     if (index)
         znsXml_delObjectByOIDIAIndirect(storeHandle, kOidOfflineHost, lanhost_instance(index));
 }
 
 void wrapperOfflineLanHost_add(zns_xml_handle_t *handle, const uint8_t *mac, const void *hostObject) {
     if (lanhost_store_scan(handle, kOidOfflineHost, wrapperZns_lanhost_get_maxNum(),
-                           [&](int, const uint8_t *object) { return offline_has_mac(object, mac); }))
+                           [&](int, const uint8_t *object) { return lanhost_has_mac(object, kOfflineMacAt, mac); }))
         return;
     void *slot = offline_slot(handle);
     zns_param_list_t *list = slot ? newParameterList() : nullptr;
@@ -129,6 +127,7 @@ int wrapperZns_lanhost_set_offline(lhost *host) {
 int wrapperZns_lanhostIPv6_set_offline(lhost *host) {
     const auto *object = static_cast<const uint8_t *>(wrapperZns_get_lanhost_byMac(host->mac));
     if (object && lanhost_field<uint8_t>(object, kHostIpv6ActiveAt) == 1) {
+        LANHOST_LOG(4, "set value: ipv6Active=%d", 0);
         set_ipv6_inactive(object);
         wrapperOfflineLanHost_add(storeHandle, host->mac, object);
     }
@@ -136,8 +135,10 @@ int wrapperZns_lanhostIPv6_set_offline(lhost *host) {
 }
 
 int wrapperZns_lanhostIPv6_delete(const uint8_t *mac) {
-    if (const auto *object = static_cast<const uint8_t *>(wrapperZns_get_lanhost_byMac(mac)))
+    if (const auto *object = static_cast<const uint8_t *>(wrapperZns_get_lanhost_byMac(mac))) {
+        LANHOST_LOG(4, "set value: ipv6Active=%d", 0);
         set_ipv6_inactive(object);
+    }
     return 0;
 }
 
@@ -164,7 +165,7 @@ int wrapperZns_lanhost_get_longestOffline() {
 
 int wrapperZns_unusedLanhost_delete(const uint8_t *mac) {
     lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(), [&](int i, const uint8_t *object) {
-        if (!object || memcmp(object + kHostMacAt, mac, 6) != 0 || lanhost_field<uint8_t>(object, kHostActiveAt) != 0 ||
+        if (!lanhost_has_mac(object, kHostMacAt, mac) || lanhost_field<uint8_t>(object, kHostActiveAt) != 0 ||
             object[kHostIpAddressAt] != '\0')
             return false;
         znsXml_delObjectByOIDIAIndirect(storeHandle, kOidHost, lanhost_instance(i));

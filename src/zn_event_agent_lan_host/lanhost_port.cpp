@@ -1,12 +1,13 @@
 // What a host's bridge port means: its store path, its kind, and whether a
 // bridged WAN connection serves it.
+#include "lanhost_port.h"
+
 #include <cstdio>
 #include <cstring>
 
 #include "agent_log.h"
 #include "lanhost.h"
-#include "lanhost_store.h"
-#include "lanhost_table.h"
+#include "lanhost_records.h"
 
 namespace {
 
@@ -46,28 +47,16 @@ constexpr int kWanConnections = 8;
 
 struct WanConnection {
     const char *name;
-    size_t typeAt;     // connection-type text
-    size_t bindingAt;  // LAN-binding text
+    size_t typeAt;
+    size_t bindingAt;
 };
 
 constexpr WanConnection kWanConnectionKinds[] = {
-    {"WANIPConnection", 86, 1739},
-    {"WANPPPConnection", 83, 2047},
+    {"WANIPConnection", kWanIpTypeAt, kWanIpBindingAt},
+    {"WANPPPConnection", kWanPppTypeAt, kWanPppBindingAt},
 };
 
 } // namespace
-
-int wrapperZns_lanhost_get_maxNum() { return kLanhostMaxNum; }
-
-void *wrapperZns_get_lanhost_byMac(const uint8_t *mac) {
-    const uint8_t *found = nullptr;
-    lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(), [&](int, const uint8_t *obj) {
-        if (obj && memcmp(obj + kHostMacAt, mac, 6) == 0)
-            found = obj;
-        return found != nullptr;
-    });
-    return const_cast<uint8_t *>(found);
-}
 
 void wrapperZns_lanhost_get_l2Interface(const char *brPortName, char *layer2Interface, char *interfacetype,
                                         int32_t *devtype) {
@@ -76,7 +65,7 @@ void wrapperZns_lanhost_get_l2Interface(const char *brPortName, char *layer2Inte
             continue;
         snprintf(layer2Interface, sizeof(lhost::Layer2Interface), "%s%d", k.pathBase,
                  port_number(brPortName, k.numberAfter) + k.offset);
-        copy_text(interfacetype, sizeof(lhost::interfacetype), k.type);
+        lanhost_copy_text(interfacetype, sizeof(lhost::interfacetype), k.type);
         *devtype = k.devtype;
         return;
     }
@@ -106,7 +95,8 @@ int wrapperZns_lanhost_l2Interface_is_bridge(lhost *host) {
                 snprintf(path, sizeof path, "InternetGatewayDevice.WANDevice.%d.WANConnectionDevice.%d.%s.%d", wan, c,
                          kind.name, i);
                 auto *obj = static_cast<const char *>(znsXml_GetObjectByName(storeHandle, path, 1));
-                if (obj && strstr(obj + kind.typeAt, "Bridged") && strstr(obj + kind.bindingAt, host->Layer2Interface)) {
+                if (obj && strstr(obj + kind.typeAt, "Bridged") &&
+                    strstr(obj + kind.bindingAt, host->Layer2Interface)) {
                     LANHOST_LOG(3, "find %s in ip_interface", path);
                     return 1;
                 }

@@ -1,74 +1,49 @@
-// Global IPv6 addresses that dhcp6s leases and radvd announces: a neighbour
-// solicitation to each makes the kernel resolve it, and the neighbour
+// Global IPv6 addresses that dhcp6s leases and radvd announces: a neighbor
+// solicitation to each makes the kernel resolve it, and the neighbor
 // reader then files the address under its host.
+#include "lanhost_prefix.h"
+
 #include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cctype>
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "agent_log.h"
-#include "byte_cursor.h"
-#include "lanhost.h"
-#include "lanhost_ipv6.h"
-#include "lanhost_table.h"
+#include "lanhost_fd.h"
+#include "lanhost_icmp6.h"
 
 namespace {
 
-constexpr size_t kMinAddressText = 6; // shorter texts are taken for no address
-constexpr const char kLinkLocalHead[] = "fe80::";
-constexpr size_t kLeaseTimeRoom = 24; // a signed 64-bit decimal with room to spare
+constexpr size_t kMinAddressText = 6;        // shorter texts are taken for no address
+constexpr const char kLinkLocalHead[] = "fe80::"; // RFC 4291, section 2.5.6
 // The gateway's own address in a new prefix needs time to come up before a
 // solicitation can leave from it; the whole tracker waits meanwhile.
 constexpr unsigned kPrefixSettleSeconds = 10;
+constexpr ReadRule kReportRead{ReadFailure::kErrno, true};
 
-bool blank(uint8_t c) { return isspace(c) != 0; }
-
-// The next blank-separated field of a text; false at its end, where a NUL
-// ends it as well.
-bool next_field(ByteCursor *text, ByteCursor *field) {
-    while (text->left() && blank(*text->peek()))
-        text->skip(1);
-    size_t n = 0;
-    while (n < text->left() && text->peek()[n] && !blank(text->peek()[n]))
-        n++;
-    return n > 0 && text->sub(n, field);
-}
-
-// The next field into dst, empty when there is none; false when it is
-// longer than dst holds.
+// The next blank-separated field into dst, empty when there is none; false
+// when it is longer than dst holds.
 template <size_t N> bool take_field(ByteCursor *text, char (&dst)[N]) {
-    ByteCursor field(nullptr, 0);
-    if (!next_field(text, &field)) {
-        dst[0] = '\0';
-        return true;
-    }
-    return copy_text(dst, reinterpret_cast<const char *>(field.peek()), field.left());
+    ByteCursor field;
+    text->field(' ', &field);
+    return lanhost_copy_text(dst, field);
 }
 
-void recv_report(evutil_socket_t fd, char (&buf)[kDaemonDatagram + 1]) {
-    memset(buf, 0, sizeof buf);
-    if (recvfrom(fd, buf, kDaemonDatagram, 0, nullptr, nullptr) < 0)
-        LANHOST_LOG(1, "read error: %s\n", strerror(errno));
-}
-
-// Steps of sendNS after its socket exists; the caller closes it.
+// Steps of sendNS after its socket exists.
 void send_ns_on(int s, const char *address) {
     if (lanhost_bind_to_bridge(s) < 0) {
         perror("setsockopt");
         return;
     }
-    NeighbourSolicit ns;
+    NeighborSolicit ns;
     in6_addr own;
     if (!lanhost_ns_prepare(address, &ns))
         return;
     const int ownState = lanhost_own_ipv6_address(&own);
     if (ownState < 0)
-        ZN_LOG(1, "fail to get LANDevice.1.LANHostConfigManagement.IPInterface.1.X_CT-COM_IPv6Address\r\n");
+        ZN_LOG_AS(sendNS, 1, "fail to get LANDevice.1.LANHostConfigManagement.IPInterface.1.X_CT-COM_IPv6Address\r\n");
     if (ownState != 1)
         return;
     sockaddr_in6 source{};
@@ -82,49 +57,48 @@ void send_ns_on(int s, const char *address) {
 
 } // namespace
 
-bool lanhost_dhcp6s_lease_parse(const char *text, size_t len, dhcp6sLease *lease) {
-    memset(lease, 0, sizeof *lease);
+Parse lanhost_dhcp6s_lease_parse(const char *text, size_t len, Dhcp6sLease *lease) {
+    *lease = Dhcp6sLease{};
     ByteCursor c(text, len);
-    char leaseTime[kLeaseTimeRoom];
+    char leaseTime[kDecimalRoom];
     if (!take_field(&c, lease->duid) || !take_field(&c, lease->address) || !take_field(&c, leaseTime)) {
-        memset(lease, 0, sizeof *lease);
-        return false;
+        *lease = Dhcp6sLease{};
+        return Parse::kTooLong;
     }
     lease->leaseTime = strtoll(leaseTime, nullptr, 10);
-    return true;
+    return Parse::kOk;
 }
 
-RadvdCheck lanhost_radvd_address(const char *text, size_t len, char (&out)[44]) {
+Parse lanhost_radvd_address(const char *text, size_t len, char (&out)[kIpv6TextRoom]) {
     out[0] = '\0';
     ByteCursor c(text, len);
-    char prefix[44], linkLocal[44];
+    char prefix[kIpv6TextRoom], linkLocal[kIpv6TextRoom];
     if (!take_field(&c, prefix) || !take_field(&c, linkLocal))
-        return kRadvdTooLong;
+        return Parse::kTooLong;
     const char *iid = strstr(linkLocal, kLinkLocalHead);
     if (strlen(linkLocal) < kMinAddressText || !iid)
-        return kRadvdNoAddress;
+        return Parse::kMissing;
     // "2001:db8:1:2::" keeps "2001:db8:1:2:"; a prefix without "::" stays whole.
     if (char *gap = strstr(prefix, "::"))
         gap[1] = '\0';
     char joined[sizeof prefix + sizeof linkLocal];
     snprintf(joined, sizeof joined, "%s%s", prefix, iid + strlen(kLinkLocalHead));
     if (strlen(joined) < kMinAddressText)
-        return kRadvdNoAddress;
-    if (!copy_text(out, joined)) {
+        return Parse::kMissing;
+    if (!lanhost_copy_text(out, joined)) {
         out[0] = '\0';
-        return kRadvdTooLong;
+        return Parse::kTooLong;
     }
-    return kRadvdAddress;
+    return Parse::kOk;
 }
 
 int sendNS(const char *address) {
-    int s = socket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
-    if (s < 0) {
+    const UniqueFd s(socket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6));
+    if (!s) {
         perror("socket");
         return 0;
     }
-    send_ns_on(s, address);
-    close(s);
+    send_ns_on(s.get(), address);
     return 0;
 }
 
@@ -133,11 +107,11 @@ int prefixEventDispatch(const char *text) {
         ZN_LOG(1, "read buf is empty\n");
         return -1;
     }
-    char address[44];
-    const RadvdCheck check = lanhost_radvd_address(text, strlen(text), address);
-    if (check == kRadvdTooLong)
+    char address[kIpv6TextRoom];
+    const Parse check = lanhost_radvd_address(text, strlen(text), address);
+    if (check == Parse::kTooLong)
         LANHOST_LOG(1, "radvd report too long for an address: %s", text);
-    if (check != kRadvdAddress)
+    if (check != Parse::kOk)
         return 0;
     LANHOST_LOG(3, "prefix=%s\n", address);
     sleep(kPrefixSettleSeconds);
@@ -147,11 +121,12 @@ int prefixEventDispatch(const char *text) {
 
 void zn_event_lanhost_dhcp6sAddrSockRead_cb(evutil_socket_t fd, short, void *) {
     char buf[kDaemonDatagram + 1];
-    recv_report(fd, buf);
-    dhcp6sLease lease;
-    const bool fits = lanhost_dhcp6s_lease_parse(buf, strlen(buf), &lease);
+    // A failed read leaves the buffer empty, which sends nothing.
+    lanhost_read_once(fd, buf, sizeof buf, kReportRead);
+    Dhcp6sLease lease;
+    const Parse check = lanhost_dhcp6s_lease_parse(buf, strlen(buf), &lease);
     LANHOST_LOG(3, "receive dhcp6s buffer:%s", buf);
-    if (!fits) {
+    if (check != Parse::kOk) {
         LANHOST_LOG(1, "dhcp6s report field too long: %s", buf);
         return;
     }
@@ -161,7 +136,8 @@ void zn_event_lanhost_dhcp6sAddrSockRead_cb(evutil_socket_t fd, short, void *) {
 
 void zn_event_lanhost_radvdSockRead_cb(evutil_socket_t fd, short, void *) {
     char buf[kDaemonDatagram + 1];
-    recv_report(fd, buf);
+    // A failed read leaves the buffer empty, which prefixEventDispatch logs.
+    lanhost_read_once(fd, buf, sizeof buf, kReportRead);
     LANHOST_LOG(3, "receive radvd buffer:%s", buf);
     prefixEventDispatch(buf);
 }

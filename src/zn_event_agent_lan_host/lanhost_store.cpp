@@ -1,20 +1,22 @@
 // Publication of a host record in the store: its Host object, how its IPv4
 // address was obtained, its customise object and the count of active hosts.
+#include "lanhost_store.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
 #include "agent_log.h"
-#include "byte_cursor.h"
-#include "lanhost_ipv6.h"
-#include "lanhost_store.h"
+#include "lanhost.h"
+#include "lanhost_fd.h"
+#include "lanhost_port.h"
+#include "lanhost_prefix.h"
 
 namespace {
 
@@ -22,20 +24,8 @@ constexpr const char kDnsmasqLeaseFile[] = "/etc/dnsmasq.leases";
 constexpr const char kDnsmasqLeaseLock[] = "/etc/dnsmasq.leases.lock";
 constexpr const char kDhcp6sLeaseFile[] = "/etc/dhcp6s.leases";
 constexpr size_t kDnsmasqLineMax = 127, kDhcp6sLineMax = 255;
-constexpr int kScopeLinkLocal = 2, kScopeGlobal = 14;
 
-// The next blank-separated field of the line, as "%s" reads it; false at the end.
-bool next_field(ByteCursor *line, const char **field, size_t *len) {
-    while (line->left() && isspace(*line->peek()))
-        line->skip(1);
-    *field = reinterpret_cast<const char *>(line->peek());
-    *len = 0;
-    while (line->left() && !isspace(*line->peek())) {
-        line->skip(1);
-        ++*len;
-    }
-    return *len > 0;
-}
+bool wrapperUtil_search_dhcpleasefile(lhost *host);
 
 // The first line that "grep ADDRESS FILE" prints, cut to size - 1 characters;
 // false when there is none or the command can't run. address must be checked
@@ -55,22 +45,20 @@ bool grep_first_line(const char *address, const char *file, char *line, size_t s
 // lock; false when there is none.
 bool dnsmasq_lease_line(const lhost *host, char (&line)[kDnsmasqLineMax + 1]) {
     if (!ipv4_str_is_valid(host->ipAddr)) {
-        LANHOST_LOG(1, "not an IPv4 address [%s], lease file not searched", host->ipAddr);
+        LANHOST_LOG_AS(wrapperUtil_search_dhcpleasefile, 1, "not an IPv4 address [%s], lease file not searched",
+                       host->ipAddr);
         return false;
     }
-    const int lock = open(kDnsmasqLeaseLock, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    const UniqueFd lock(open(kDnsmasqLeaseLock, O_WRONLY | O_CREAT | O_TRUNC, 0666));
     int locked = -1;
-    while (lock >= 0 && (locked = flock(lock, LOCK_EX)) != 0 && errno == EINTR) {
+    while (lock && (locked = flock(lock.get(), LOCK_EX)) != 0 && errno == EINTR) {
     }
     if (locked != 0) {
-        LANHOST_LOG(1, "lock fail");
-        if (lock >= 0)
-            close(lock);
+        LANHOST_LOG_AS(wrapperUtil_search_dhcpleasefile, 1, "lock fail");
         return false;
     }
     const bool found = grep_first_line(host->ipAddr, kDnsmasqLeaseFile, line, sizeof line);
-    flock(lock, LOCK_UN);
-    close(lock);
+    flock(lock.get(), LOCK_UN);
     return found;
 }
 
@@ -82,8 +70,8 @@ bool wrapperUtil_search_dhcpleasefile(lhost *host) {
         return false;
     DnsmasqLease lease;
     lanhost_dnsmasq_lease_scan(line, strlen(line), &lease);
-    copy_text(host->HostName, lease.hostName);
-    copy_text(host->ipAddrSource, lease.source);
+    lanhost_copy_text(host->HostName, lease.hostName);
+    lanhost_copy_text(host->ipAddrSource, lease.source);
     host->dhcpLeasetime = lease.leaseTime;
     return true;
 }
@@ -94,9 +82,9 @@ void take_dhcp_request(lhost *host, const char *lowerMac, const char *addr) {
     if (!entry)
         return;
     if (strcmp(entry->requestedIp, addr) == 0)
-        copy_text(host->ipAddrSource, "DHCP");
+        lanhost_copy_text(host->ipAddrSource, "DHCP");
     if (entry->hostName[0])
-        copy_text(host->HostName, entry->hostName);
+        lanhost_copy_text(host->HostName, entry->hostName);
     list_del_dhcpRequestEntry(entry);
 }
 
@@ -145,7 +133,7 @@ bool add_ipv4_param(const Ipv4Param &p, const lhost *host, const uint8_t *object
         if (value[0] == '\0' || (object && strcmp(value, reinterpret_cast<const char *>(object + p.objectAt)) == 0))
             return false;
         setParameterToList(list, p.name, ZNS_TYPE_STRING, value);
-        LANHOST_LOG(4, "set value: %s=%s", p.label, value);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: %s=%s", p.label, value);
         return true;
     }
     case Ipv4Rule::kLease: {
@@ -153,7 +141,7 @@ bool add_ipv4_param(const Ipv4Param &p, const lhost *host, const uint8_t *object
             return false;
         const int32_t value = int32_t(uint32_t(host->dhcpLeasetime));
         setParameterToList(list, p.name, ZNS_TYPE_INT32, &value);
-        LANHOST_LOG(4, "set value: %s=%d", p.label, value);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: %s=%d", p.label, value);
         return true;
     }
     case Ipv4Rule::kDevtype: {
@@ -161,7 +149,7 @@ bool add_ipv4_param(const Ipv4Param &p, const lhost *host, const uint8_t *object
         if (value == 0 || (object && value == lanhost_field<uint32_t>(object, p.objectAt)))
             return false;
         setParameterToList(list, p.name, ZNS_TYPE_UINT32, &value);
-        LANHOST_LOG(4, "set value: %s=%d", p.label, host->devtype);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: %s=%d", p.label, host->devtype);
         return true;
     }
     }
@@ -173,29 +161,29 @@ int ipv4_params(lhost *host, const char *lowerMac, const char *addr, const uint8
                 zns_param_list_t *list) {
     wrapperZns_offlineLanHost_delete(host->mac);
     if (host->ipAddrSource[0] == '\0') {
-        LANHOST_LOG(4, "lhost->ipAddrSource=[] set to static");
-        copy_text(host->ipAddrSource, "Static");
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "lhost->ipAddrSource=[] set to static");
+        lanhost_copy_text(host->ipAddrSource, "Static");
         host->dhcpLeasetime = 0;
     }
     if (strcmp(host->ipAddrSource, "Static") == 0 && !wrapperUtil_search_dhcpleasefile(host))
         take_dhcp_request(host, lowerMac, addr);
     if (host->Vendor[0] == '\0')
-        copy_text(host->Vendor, "unknown");
+        lanhost_copy_text(host->Vendor, "unknown");
     if (host->HostName[0] == '\0') {
-        LANHOST_LOG(4, "lhost->HostName=[] set to PC/PHONE");
-        copy_text(host->HostName, host->devtype == 1 ? "Phone" : "PC");
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "lhost->HostName=[] set to PC/PHONE");
+        lanhost_copy_text(host->HostName, host->devtype == 1 ? "Phone" : "PC");
     }
     int count = 0;
     if (!object || lanhost_field<uint8_t>(object, kHostActiveAt) == 0) {
         const uint8_t active = 1;
         setParameterToList(list, "StartUptime", ZNS_TYPE_UINT32, &uptime);
         setParameterToList(list, "Active", ZNS_TYPE_BOOL, &active);
-        LANHOST_LOG(4, "set value: Active=%d", active);
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value: Active=%d", active);
         count += 2;
     }
     for (const Ipv4Param &p : kIpv4Params)
         count += add_ipv4_param(p, host, object, list);
-    LANHOST_LOG(4, "set value zns paraCnt=%d", count);
+    LANHOST_LOG_AS(wrapperZns_lanhost_update, 4, "set value zns paraCnt=%d", count);
     return count;
 }
 
@@ -207,9 +195,9 @@ void dhcp6s_lease_params(const char *addr, zns_param_list_t *list) {
     char line[kDhcp6sLineMax + 1];
     if (inet_pton(AF_INET6, addr, &parsed) != 1 || !grep_first_line(addr, kDhcp6sLeaseFile, line, sizeof line))
         return;
-    dhcp6sLease lease;
-    if (!lanhost_dhcp6s_lease_parse(line, strlen(line), &lease)) {
-        LANHOST_LOG(1, "dhcp6s lease of %s not usable", addr);
+    Dhcp6sLease lease;
+    if (lanhost_dhcp6s_lease_parse(line, strlen(line), &lease) != Parse::kOk) {
+        LANHOST_LOG_AS(wrapperZns_lanhost_update, 1, "dhcp6s lease of %s not usable", addr);
         return;
     }
     const int32_t remaining = int32_t(uint32_t(lease.leaseTime));
@@ -221,11 +209,11 @@ void dhcp6s_lease_params(const char *addr, zns_param_list_t *list) {
 // lease, filed by how its interface identifier relates to the stored
 // link-local address.
 void ipv6_params(const char *addr, int scope, const uint8_t *object, zns_param_list_t *list) {
-    if (scope == kScopeLinkLocal) {
+    if (scope == kIpv6ScopeLink) {
         setParameterToList(list, "X_ZN_IPV6LocalAddress", ZNS_TYPE_STRING, addr);
         return;
     }
-    if (scope != kScopeGlobal)
+    if (scope != kIpv6ScopeGlobal)
         return;
     dhcp6s_lease_params(addr, list);
     const char *local = object ? reinterpret_cast<const char *>(object + kHostIpv6LocalAddressAt) : "";
@@ -248,11 +236,8 @@ void ipv6_params(const char *addr, int scope, const uint8_t *object, zns_param_l
 
 // Gives the Host object of the MAC its customise object at the same index.
 void wrapperZns_setHostCustomise(const uint8_t *mac) {
-    const int index = lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(),
-                                         [&](int, const uint8_t *object) {
-                                             return object && memcmp(object + kHostMacAt, mac, 6) == 0;
-                                         });
-    if (!index)
+    int index;
+    if (!lanhost_host_find(mac, &index))
         return;
     const zns_ia_t instance = lanhost_instance(index);
     if (znsXml_GetObjectByOID(storeHandle, kOidHostCustomise, instance, 1))
@@ -266,7 +251,7 @@ void wrapperZns_setHostCustomise(const uint8_t *mac) {
 const uint8_t *temp_mac_entry(const uint8_t *mac) {
     const uint8_t *entry = nullptr;
     lanhost_store_scan(storeHandle, kOidTempMacTable, kTempMacTableLast, [&](int, const uint8_t *object) {
-        if (object && memcmp(object + kTempMacAt, mac, 6) == 0)
+        if (lanhost_has_mac(object, kTempMacAt, mac))
             entry = object;
         return entry != nullptr;
     });
@@ -275,48 +260,26 @@ const uint8_t *temp_mac_entry(const uint8_t *mac) {
 
 } // namespace
 
-zns_ia_t lanhost_instance(int index) {
-    return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 2, "1,%d", index);
-}
-
-void lanhost_store_set_one(zns_xml_handle_t *handle, const void *object, const char *name, uint32_t type,
-                           const void *value) {
-    zns_param_list_t *list = newParameterList();
-    if (!list)
-        return;
-    setParameterToList(list, name, type, value);
-    znsXml_setParameterIndirectByParaList(handle, znsXmlGetPtrOffset(handle, object), list);
-    freeParameterList(list);
-}
-
 uint32_t lanhost_uptime() {
     struct sysinfo info {};
     sysinfo(&info);
     return uint32_t(info.uptime);
 }
 
-void lanhost_mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize]) {
-    snprintf(out, sizeof out, upper ? "%02X:%02X:%02X:%02X:%02X:%02X" : "%02x:%02x:%02x:%02x:%02x:%02x", mac[0],
-             mac[1], mac[2], mac[3], mac[4], mac[5]);
-}
-
 void lanhost_dnsmasq_lease_scan(const char *line, size_t len, DnsmasqLease *lease) {
     *lease = DnsmasqLease{};
-    copy_text(lease->source, "DHCP");
-    ByteCursor cursor(line, strnlen(line, len));
-    const char *field[6] = {};
-    size_t fieldLen[6] = {};
-    for (size_t i = 0; i < 6 && next_field(&cursor, &field[i], &fieldLen[i]); i++) {
+    lanhost_copy_text(lease->source, "DHCP");
+    ByteCursor cursor(line, len);
+    ByteCursor field[6];
+    for (size_t i = 0; i < 6 && cursor.field(' ', &field[i]); i++) {
     }
-    copy_text(lease->hostName, field[3], fieldLen[3]);
+    lanhost_copy_text(lease->hostName, field[3]);
     for (char &c : lease->hostName)
         if (c == 0x1F)
             c = ' ';
     if (lease->hostName[0] == '\0' || strcmp(lease->hostName, "*") == 0)
-        copy_text(lease->hostName, "unknown");
-    char leaseTime[24];
-    copy_text(leaseTime, field[5], fieldLen[5]);
-    lease->leaseTime = strtoll(leaseTime, nullptr, 10);
+        lanhost_copy_text(lease->hostName, "unknown");
+    lease->leaseTime = lanhost_decimal(field[5]);
 }
 
 int wrapperZns_lanhost_update(const uint8_t *mac, const char *addr, int family, int scope) {
@@ -384,8 +347,8 @@ void wrapperZns_lanhost_update_hostNum() {
 }
 
 void wrapperZns_get_devtype_by_tempMactable(const char *macText, int32_t *devtype) {
-    uint8_t mac[6] = {};
-    sscanf(macText, "%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
+    uint8_t mac[6];
+    macStr_to_bytes(mac, macText);
     if (const uint8_t *entry = temp_mac_entry(mac)) {
         *devtype = lanhost_field<int32_t>(entry, kTempDeviceTypeAt);
         return;

@@ -23,45 +23,43 @@ template <typename T> bool unlink_node(T **head, T *node) {
     return false;
 }
 
-int del_timer(event **timer, const char *what) {
+// The first record of the list that match accepts, or null.
+template <typename T, typename Match> T *find_node(T *head, Match &&match) {
+    for (T *node = head; node; node = node->next)
+        if (match(*node))
+            return node;
+    return nullptr;
+}
+
+// A zeroed record at the head of the list, or null.
+template <typename T> T *push_new(T **head) {
+    auto *node = static_cast<T *>(calloc(1, sizeof(T)));
+    if (node) {
+        node->next = *head;
+        *head = node;
+    }
+    return node;
+}
+
+void del_timer(event **timer) {
     if (*timer) {
         event_del(*timer);
         event_free(*timer);
         *timer = nullptr;
     }
-    LANHOST_LOG(3, "%s", what);
-    return 0;
 }
 
 } // namespace
 
-bool copy_text(char *dst, size_t n, const char *src, size_t len) {
-    if (n == 0)
-        return false;
-    size_t have = src ? strnlen(src, len) : 0;
-    size_t take = have < n ? have : n - 1;
-    if (take)
-        memcpy(dst, src, take);
-    dst[take] = '\0';
-    return take == have;
-}
-
 lhost *list_init_add_lhost() {
-    auto *host = static_cast<lhost *>(calloc(1, sizeof(lhost)));
-    if (!host) {
+    lhost *host = push_new(&hostListHead);
+    if (!host)
         LANHOST_LOG(1, "malloc fail\n");
-        return nullptr;
-    }
-    host->next = hostListHead;
-    hostListHead = host;
     return host;
 }
 
 lhost *list_find_lhost(const char *macText) {
-    for (lhost *h = hostListHead; h; h = h->next)
-        if (strcasecmp(h->macAddr, macText) == 0)
-            return h;
-    return nullptr;
+    return find_node(hostListHead, [macText](const lhost &h) { return strcasecmp(h.macAddr, macText) == 0; });
 }
 
 void list_del_lhost(lhost *host) {
@@ -74,11 +72,16 @@ void list_del_lhost(lhost *host) {
     free(host);
 }
 
+dhcpRequestEntry *list_add_dhcpRequestEntry(const char *macText) {
+    dhcpRequestEntry *entry = push_new(&dhcpRequestListHead);
+    if (entry)
+        lanhost_copy_text(entry->macAddr, macText);
+    return entry;
+}
+
 dhcpRequestEntry *list_find_dhcpRequestEntry(const char *macText) {
-    for (dhcpRequestEntry *e = dhcpRequestListHead; e; e = e->next)
-        if (strcmp(e->macAddr, macText) == 0)
-            return e;
-    return nullptr;
+    return find_node(dhcpRequestListHead,
+                     [macText](const dhcpRequestEntry &e) { return strcmp(e.macAddr, macText) == 0; });
 }
 
 void list_del_dhcpRequestEntry(dhcpRequestEntry *entry) {
@@ -86,6 +89,19 @@ void list_del_dhcpRequestEntry(dhcpRequestEntry *entry) {
         free(entry);
 }
 
-int wrapper_libevent_lhost_delArptimer(lhost *host) { return del_timer(&host->arpTimer, "del arpping timer"); }
+void list_reset_dhcpRequestEntry() {
+    while (dhcpRequestListHead)
+        list_del_dhcpRequestEntry(dhcpRequestListHead);
+}
 
-int wrapper_libevent_lhost_delIcmp6timer(lhost *host) { return del_timer(&host->icmp6Timer, "del icmp6 timer"); }
+int wrapper_libevent_lhost_delArptimer(lhost *host) {
+    del_timer(&host->arpTimer);
+    LANHOST_LOG(3, "del arpping timer");
+    return 0;
+}
+
+int wrapper_libevent_lhost_delIcmp6timer(lhost *host) {
+    del_timer(&host->icmp6Timer);
+    LANHOST_LOG(3, "del icmp6 timer");
+    return 0;
+}

@@ -7,7 +7,17 @@
 #include <cstring>
 
 #include "agent_log.h"
+#include "agent_threads.h"
 #include "lanhost.h"
+#include "lanhost_ageing.h"
+#include "lanhost_arp.h"
+#include "lanhost_dhcp.h"
+#include "lanhost_icmp6.h"
+#include "lanhost_neighbor.h"
+#include "lanhost_prefix.h"
+#include "lanhost_records.h"
+#include "lanhost_sockets.h"
+#include "lanhost_useragent.h"
 #include "libzn.h"
 
 zns_xml_handle_t *storeHandle;
@@ -16,7 +26,8 @@ char gatewayBaseMac[kMacTextSize];
 
 namespace {
 
-constexpr size_t kHostsSaveCounterAt = 8;
+constexpr const char *kMacAddrBaseFile = "/etc/macAddrBase";
+constexpr const char *kLanhostDebugFile = "/tmp/zn_event_agent_lanhost_debug";
 uint16_t hostsSaveMark;
 
 struct Timer {
@@ -32,56 +43,56 @@ constexpr Timer kTimers[] = {
     {zn_event_lanhost_log_level_cb, 5},
 };
 
-struct Sockets {
-    int neighbor = -1, http = -1, dhcp = -1, arp = -1, bridgeDhcp = -1, icmpv6 = -1, dhcp6s = -1, radvd = -1;
+// The eight sockets, by their order of creation.
+enum Socket { kNeighbor, kHttp, kDhcp, kArp, kBridgeDhcp, kIcmpv6, kDhcp6s, kRadvd, kSocketCount };
+using Sockets = int[kSocketCount];
+
+struct SocketStep {
+    const char *label; // logged just before the socket is made
+    int level;
+    int (*init)(int *fd);
 };
 
-// Creates the eight sockets in their order; false at the first failure.
-bool create_sockets(Sockets *s) {
-    sockaddr_nl nl;
-    sockaddr_un un;
-    LANHOST_LOG(1, "neighbor sock");
-    if (zn_event_neighbor_netlink_sock_init(&s->neighbor, &nl) < 0)
-        return false;
-    LANHOST_LOG(3, "http sock");
-    if (zn_event_httpAgent_netlink_sock_init(&s->http, &nl) < 0)
-        return false;
-    LANHOST_LOG(3, "dhcp sock");
-    if (zn_event_dhcp_unix_sock_init(&s->dhcp, &un) < 0)
-        return false;
-    LANHOST_LOG(3, "arp ping sock");
-    if (zn_event_arpPing_raw_sock_init(&s->arp) < 0)
-        return false;
-    LANHOST_LOG(3, "bridge dhcp sock");
-    if (zn_event_bridge_dhcp_sock_init(&s->bridgeDhcp) < 0)
-        return false;
-    LANHOST_LOG(3, "ipv6 icmpv6 sock");
-    if (zn_event_icmpv6_raw_sock_init(&s->icmpv6) < 0)
-        return false;
-    LANHOST_LOG(3, "dhcp6s address socket");
-    if (zn_event_dhcp6s_address_sock_init(&s->dhcp6s, &un) < 0)
-        return false;
-    LANHOST_LOG(3, "radvd address socket");
-    return zn_event_radvd_address_sock_init(&s->radvd, &un) == 0;
+constexpr SocketStep kSocketSteps[kSocketCount] = {
+    {"neighbor sock", 1, [](int *fd) { sockaddr_nl a; return zn_event_neighbor_netlink_sock_init(fd, &a); }},
+    {"http sock", 3, [](int *fd) { sockaddr_nl a; return zn_event_httpAgent_netlink_sock_init(fd, &a); }},
+    {"dhcp sock", 3, [](int *fd) { sockaddr_un a; return zn_event_dhcp_unix_sock_init(fd, &a); }},
+    {"arp ping sock", 3, zn_event_arpPing_raw_sock_init},
+    {"bridge dhcp sock", 3, zn_event_bridge_dhcp_sock_init},
+    {"ipv6 icmpv6 sock", 3, zn_event_icmpv6_raw_sock_init},
+    {"dhcp6s address socket", 3, [](int *fd) { sockaddr_un a; return zn_event_dhcp6s_address_sock_init(fd, &a); }},
+    {"radvd address socket", 3, [](int *fd) { sockaddr_un a; return zn_event_radvd_address_sock_init(fd, &a); }},
+};
+
+// The read callbacks, in their order of registration, which is not that of creation.
+constexpr struct {
+    Socket socket;
+    event_callback_fn cb;
+} kReads[] = {
+    {kNeighbor, zn_event_lanhost_neighbor_read_cb},
+    {kArp, zn_event_lanhost_arpreply_read_cb},
+    {kHttp, zn_event_lanhost_httpSockRead_cb},
+    {kDhcp, zn_event_lanhost_dhcpSockRead_cb},
+    {kBridgeDhcp, zn_event_lanhost_bridge_dhcpSockRead_cb},
+    {kIcmpv6, zn_event_lanhost_ipv6MulticastSockRead_cb},
+    {kDhcp6s, zn_event_lanhost_dhcp6sAddrSockRead_cb},
+    {kRadvd, zn_event_lanhost_radvdSockRead_cb},
+};
+
+// Creates the sockets in their order; false at the first failure.
+bool create_sockets(Sockets &fds) {
+    for (int i = 0; i < kSocketCount; i++) {
+        LANHOST_LOG_AS(zn_event_lanhost_thread, kSocketSteps[i].level, "%s", kSocketSteps[i].label);
+        if (kSocketSteps[i].init(&fds[i]) < 0)
+            return false;
+    }
+    return true;
 }
 
 // The events live as long as the loop; nothing removes them.
-bool add_events(const Sockets &s) {
-    const struct {
-        int fd;
-        event_callback_fn cb;
-    } reads[] = {
-        {s.neighbor, zn_event_lanhost_neighbor_read_cb},
-        {s.arp, zn_event_lanhost_arpreply_read_cb},
-        {s.http, zn_event_lanhost_httpSockRead_cb},
-        {s.dhcp, zn_event_lanhost_dhcpSockRead_cb},
-        {s.bridgeDhcp, zn_event_lanhost_bridge_dhcpSockRead_cb},
-        {s.icmpv6, zn_event_lanhost_ipv6MulticastSockRead_cb},
-        {s.dhcp6s, zn_event_lanhost_dhcp6sAddrSockRead_cb},
-        {s.radvd, zn_event_lanhost_radvdSockRead_cb},
-    };
-    for (const auto &r : reads) {
-        event *ev = event_new(lanhostEventBase, r.fd, EV_READ | EV_PERSIST, r.cb, nullptr);
+bool add_events(const Sockets &fds) {
+    for (const auto &r : kReads) {
+        event *ev = event_new(lanhostEventBase, fds[r.socket], EV_READ | EV_PERSIST, r.cb, nullptr);
         if (!ev || event_add(ev, nullptr) < 0)
             return false;
     }
@@ -119,15 +130,14 @@ void zn_event_lanhost_save_flash_timer_cb(evutil_socket_t, short, void *) {
         LANHOST_LOG(1, "couldn't get object by %s!!!", kHostsPath);
         return;
     }
-    uint16_t counter;
-    memcpy(&counter, hosts + kHostsSaveCounterAt, sizeof counter);
+    const auto counter = lanhost_field<uint16_t>(hosts, kHostsSaveCounterAt);
     if (counter != hostsSaveMark)
         znsXml_SaveNoReply(storeHandle);
     hostsSaveMark = counter;
 }
 
 void zn_event_lanhost_log_level_cb(evutil_socket_t, short, void *) {
-    zn_event_lanhost_log_levels[0] = zn_event_lanhost_debug_level(kLanhostDebugFile, zn_event_lanhost_log_levels[0]);
+    zn_event_lanhost_log_levels[0] = lanhost_debug_level(kLanhostDebugFile, zn_event_lanhost_log_levels[0]);
 }
 
 void *zn_event_lanhost_thread(void *) {
@@ -146,7 +156,7 @@ void *zn_event_lanhost_thread(void *) {
     getGatewayBaseMacaddr();
     LANHOST_LOG(1, "enter");
     Sockets sockets;
-    if (!create_sockets(&sockets) || !(lanhostEventBase = event_base_new()) || !add_events(sockets)) {
+    if (!create_sockets(sockets) || !(lanhostEventBase = event_base_new()) || !add_events(sockets)) {
         LANHOST_LOG(1, "init fail");
     } else {
         LANHOST_LOG(3, "event_base_dispatch");

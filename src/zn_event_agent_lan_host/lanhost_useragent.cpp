@@ -17,9 +17,8 @@
 #include <iterator>
 
 #include "agent_log.h"
-#include "byte_cursor.h"
-#include "lanhost.h"
 #include "lanhost_charset.h"
+#include "lanhost_fd.h"
 #include "libzn.h"
 #include "znsmsg.h"
 
@@ -46,17 +45,22 @@ constexpr DevtypeWords kDevtypeWords[] = {
 };
 
 // How a reader types hosts and announces them: the types it tries, in
-// order, the case of the MAC text and the event's code.
+// order, the case of the MAC text and the event's code; its log lines carry
+// the reader's name.
 struct UaForm {
     const int *types;
     size_t typeCount;
     bool upperCaseMac;
     uint32_t code;
+    const char *reader;
 };
 constexpr int kTrackerTypes[] = {1, 2, 3};
 constexpr int kThreadTypes[] = {1, 2, 3, 5, 4};
-constexpr UaForm kTrackerForm{kTrackerTypes, std::size(kTrackerTypes), false, 32};
-constexpr UaForm kThreadForm{kThreadTypes, std::size(kThreadTypes), true, 64};
+constexpr UaForm kTrackerForm{kTrackerTypes, std::size(kTrackerTypes), false, 32,
+                              ZN_FUNCTION_NAME(zn_event_lanhost_httpSockRead_cb)};
+constexpr UaForm kThreadForm{kThreadTypes, std::size(kThreadTypes), true, 64,
+                             ZN_FUNCTION_NAME(zn_event_lanhost_httpThread)};
+#define TRACKER_LOG(level, ...) LANHOST_LOG_FOR(kTrackerForm.reader, level, __VA_ARGS__)
 
 // The fields of a DHCP option report after the keyword, by position.
 struct OptionField {
@@ -70,13 +74,6 @@ constexpr OptionField kOptionFields[] = {
     {offsetof(dhcpRequestEntry, hostName), sizeof(dhcpRequestEntry::hostName), true, "hostname"},
     {offsetof(dhcpRequestEntry, hostNameAlt), sizeof(dhcpRequestEntry::hostNameAlt), false, "hostname"},
 };
-
-void mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize]) {
-    if (upper)
-        snprintf(out, sizeof out, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    else
-        snprintf(out, sizeof out, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-}
 
 // The first type of the form with a word in text, regardless of case; 0 for none.
 int devtype_of(const char *text, const UaForm &form) {
@@ -97,44 +94,30 @@ void http_report(const uint8_t *mac, const char *text, const UaForm &form, int *
     if (*devtype == 0)
         return;
     char macText[kMacTextSize];
-    mac_text(mac, form.upperCaseMac, macText);
+    lanhost_mac_text(mac, form.upperCaseMac, macText);
     char msg[kEventTextSize] = {};
     snprintf(msg, sizeof msg, "%s %d useragent", macText, *devtype);
-    LANHOST_LOG(3, "msgBuf:%s", msg);
+    LANHOST_LOG_FOR(form.reader, 3, "msgBuf:%s", msg);
     if (zns_eventNotify(ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE, form.code, msg) == -1)
-        LANHOST_LOG(1, "send ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE fail");
+        LANHOST_LOG_FOR(form.reader, 1, "send ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE fail");
 }
 
 // Updates, or first makes, the entry of the MAC. false when no entry could
 // be made: the rest of the datagram is dropped.
 bool dhcp_option_report(const uint8_t *mac, const char *text) {
     char macText[kMacTextSize];
-    mac_text(mac, false, macText);
+    lanhost_mac_text(mac, false, macText);
     dhcpRequestEntry *entry = list_find_dhcpRequestEntry(macText);
     if (!entry) {
-        entry = static_cast<dhcpRequestEntry *>(calloc(1, sizeof *entry));
+        entry = list_add_dhcpRequestEntry(macText);
         if (!entry) {
-            printf("%s %d dhcpRequestEntry malloc fail!!!! return 0;\n", __func__, __LINE__);
+            printf("%s %d dhcpRequestEntry malloc fail!!!! return 0;\n", kTrackerForm.reader, __LINE__);
             return false;
         }
-        LANHOST_LOG(3, "SLIST_INSERT_HEAD mac:%s\n", macText);
-        copy_text(entry->macAddr, macText);
-        entry->next = dhcpRequestListHead;
-        dhcpRequestListHead = entry;
+        TRACKER_LOG(3, "SLIST_INSERT_HEAD mac:%s\n", macText);
     }
     lanhost_dhcp_option_update(entry, text, strlen(text));
     return true;
-}
-
-// The next non-empty field before a comma, as strtok_r would give it.
-bool next_field(ByteCursor *rest, ByteCursor *field) {
-    while (rest->left() && *rest->peek() == ',')
-        rest->skip(1);
-    if (!rest->left())
-        return false;
-    const void *comma = memchr(rest->peek(), ',', rest->left());
-    size_t n = comma ? size_t(static_cast<const uint8_t *>(comma) - rest->peek()) : rest->left();
-    return rest->sub(n, field);
 }
 
 // The walk of one datagram, the same for both readers: each report
@@ -142,23 +125,23 @@ bool next_field(ByteCursor *rest, ByteCursor *field) {
 // at the end of its message; other types are skipped. NLMSG_ERROR, a length
 // below 16 or beyond the bytes left, or on_report returning false drops the
 // rest of the datagram.
-template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnReport on_report) {
+template <typename OnReport> void walk(const uint8_t *bytes, size_t len, const UaForm &form, OnReport on_report) {
     ByteCursor rest(bytes, len);
     for (;;) {
         ByteCursor head = rest;
         nlmsghdr hdr;
-        ByteCursor msg(nullptr, 0);
+        ByteCursor msg;
         if (!head.take_into(&hdr) || hdr.nlmsg_len < sizeof hdr || !rest.sub(hdr.nlmsg_len, &msg))
             return;
         if (hdr.nlmsg_type == NLMSG_ERROR) {
-            LANHOST_LOG(1, "recv nlmsg type is NLMSG_ERROR\n");
+            LANHOST_LOG_FOR(form.reader, 1, "recv nlmsg type is NLMSG_ERROR\n");
             return;
         }
         msg.skip(sizeof hdr);
         const uint8_t *mac = msg.take(kMacSize);
         if (hdr.nlmsg_type == NLMSG_DONE && mac) {
             char text[kUaReadSize];
-            copy_text(text, reinterpret_cast<const char *>(msg.peek()), msg.left());
+            lanhost_copy_text(text, msg);
             if (!on_report(mac, text))
                 return;
         }
@@ -167,26 +150,16 @@ template <typename OnReport> void walk(const uint8_t *bytes, size_t len, OnRepor
     }
 }
 
-ssize_t ua_recv(int fd, uint8_t *buf, size_t size, int flags) {
-    sockaddr_nl from;
-    iovec iov{buf, size};
-    msghdr msg;
-    memset(&msg, 0, sizeof msg);
-    msg.msg_name = &from;
-    msg.msg_namelen = sizeof from;
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    return recvmsg(fd, &msg, flags);
-}
-
 } // namespace
 
 void lanhost_ua_walk(const uint8_t *bytes, size_t len) {
     int devtype = 0;
-    walk(bytes, len, [&devtype](const uint8_t *mac, const char *text) {
-        LANHOST_LOG(3, "recv nlmsg data OK\n");
-        LANHOST_LOG(3, "mac:%02X:%02X:%02X:%02X:%02X:%02X\n", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-        LANHOST_LOG(3, "data:%s\n", text);
+    walk(bytes, len, kTrackerForm, [&devtype](const uint8_t *mac, const char *text) {
+        TRACKER_LOG(3, "recv nlmsg data OK\n");
+        char macText[kMacTextSize];
+        lanhost_mac_text(mac, true, macText);
+        TRACKER_LOG(3, "mac:%s\n", macText);
+        TRACKER_LOG(3, "data:%s\n", text);
         if (strstr(text, kDhcpOptionKeyword))
             return dhcp_option_report(mac, text);
         if (strstr(text, kUserAgentHeader))
@@ -197,35 +170,34 @@ void lanhost_ua_walk(const uint8_t *bytes, size_t len) {
 
 void lanhost_ua_thread_walk(const uint8_t *bytes, size_t len) {
     int devtype = 0;
-    walk(bytes, len, [&devtype](const uint8_t *mac, const char *text) {
+    walk(bytes, len, kThreadForm, [&devtype](const uint8_t *mac, const char *text) {
         http_report(mac, text, kThreadForm, &devtype);
         return true;
     });
 }
 
 void lanhost_dhcp_option_update(dhcpRequestEntry *entry, const char *text, size_t len) {
-    ByteCursor rest(text, len);
-    ByteCursor field(nullptr, 0);
-    if (!next_field(&rest, &field)) // the keyword
+    ByteCursor rest(text, len), field;
+    if (!rest.field(',', &field)) // the keyword
         return;
     for (const OptionField &f : kOptionFields) {
-        if (!next_field(&rest, &field))
+        if (!rest.field(',', &field))
             return;
         const void *eq = memchr(field.peek(), '=', field.left());
         if (!eq)
             continue;
         field.skip(size_t(static_cast<const uint8_t *>(eq) - field.peek()) + 1);
-        const char *value = reinterpret_cast<const char *>(field.peek());
-        char now[sizeof(dhcpRequestEntry::hostName)];
-        // A name that isn't gb2312 throughout keeps what was converted before the fault.
+        // What was converted before a fault counts, and that is nothing when
+        // the converter can't even be opened.
+        char now[sizeof(dhcpRequestEntry::hostName)] = {};
         if (f.gb2312)
-            hostNameToUtf8(value, field.left(), now, f.size);
+            hostNameToUtf8(field.text(), field.left(), now, f.size);
         else
-            copy_text(now, f.size, value, field.left());
+            lanhost_copy_text(now, f.size, field.text(), field.left());
         char *stored = reinterpret_cast<char *>(entry) + f.offset;
         if (strcmp(now, stored) != 0) {
-            LANHOST_LOG(3, "!!!! set %s=%s!!!!", f.logName, now);
-            copy_text(stored, f.size, now);
+            TRACKER_LOG(3, "!!!! set %s=%s!!!!", f.logName, now);
+            lanhost_copy_text(stored, f.size, now);
         }
     }
 }
@@ -242,10 +214,8 @@ void lanhost_ua_module_cmd(const char *verb) {
 
 int lanhost_ua_greet(int fd) {
     auto *greeting = static_cast<nlmsghdr *>(calloc(1, kGreetingSize));
-    if (!greeting) {
-        LANHOST_LOG(1, "malloc nlmsghdr failed!\n");
+    if (!greeting)
         return -1;
-    }
     greeting->nlmsg_len = kGreetingSize;
     greeting->nlmsg_pid = uint32_t(getpid());
     memcpy(NLMSG_DATA(greeting), kGreeting, sizeof kGreeting);
@@ -266,36 +236,32 @@ int lanhost_ua_greet(int fd) {
 
 void zn_event_lanhost_httpSockRead_cb(evutil_socket_t fd, short, void *) {
     LANHOST_LOG(3, "start\n");
-    uint8_t buf[kUaReadSize] = {};
+    uint8_t buf[kUaReadSize];
     // Woken by the loop, the read finds a datagram; it must never wait.
-    ssize_t n = ua_recv(fd, buf, sizeof buf, MSG_DONTWAIT);
-    if (n <= 0) {
-        LANHOST_LOG(1, "recv netlink msg error:%d\n", int(n));
-        return;
-    }
-    lanhost_ua_walk(buf, size_t(n));
+    const ssize_t n = lanhost_read_once(fd, buf, sizeof buf, {ReadFailure::kResult, false, 1, MSG_DONTWAIT});
+    if (n >= 0)
+        lanhost_ua_walk(buf, size_t(n));
 }
 
 void *zn_event_lanhost_httpThread(void *) {
     lanhost_ua_module_cmd("insmod");
-    int fd = socket(AF_NETLINK, SOCK_RAW, kHttpAgentProtocol);
-    if (fd >= 0) {
+    const UniqueFd fd(socket(AF_NETLINK, SOCK_RAW, kHttpAgentProtocol));
+    if (fd) {
         sockaddr_nl addr;
         memset(&addr, 0, sizeof addr);
         addr.nl_family = AF_NETLINK;
         addr.nl_pid = uint32_t(getpid());
         // A port id already taken (by the tracker) is no reason to stop: the
         // greeting still goes out.
-        bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-        if (lanhost_ua_greet(fd) == 0) {
+        bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+        if (lanhost_ua_greet(fd.get()) == 0) {
             for (;;) {
                 uint8_t buf[kUaThreadReadSize] = {};
-                ssize_t n = ua_recv(fd, buf, sizeof buf, 0);
+                const ssize_t n = recv(fd.get(), buf, sizeof buf, 0);
                 if (n >= ssize_t(sizeof(nlmsghdr)))
                     lanhost_ua_thread_walk(buf, size_t(n));
             }
         }
-        close(fd);
     }
     lanhost_ua_module_cmd("rmmod");
     pthread_detach(pthread_self());

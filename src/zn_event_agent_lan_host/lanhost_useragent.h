@@ -3,13 +3,18 @@
 // reports, kept until the host's first IPv4 synchronisation.
 #pragma once
 
+#include <event2/event.h>
+
 #include <cstddef>
 #include <cstdint>
 
 #include "lanhost_table.h"
 
-constexpr size_t kUaReadSize = 1024;       // one read of the tracker's callback
-constexpr size_t kUaThreadReadSize = 512;  // one read of the stand-alone reader
+constexpr int kHttpAgentProtocol = 31;    // the module's netlink protocol
+constexpr size_t kUaReadSize = 1024;      // one read of the tracker's callback
+constexpr size_t kUaThreadReadSize = 512; // one read of the stand-alone reader
+
+void zn_event_lanhost_httpSockRead_cb(evutil_socket_t fd, short what, void *arg);
 
 // One datagram as the tracker reads it: DHCP option reports update their
 // MAC's dhcpRequestEntry; User-Agent reports of types 1 to 3 go out as event
@@ -35,5 +40,6 @@ void lanhost_ua_module_cmd(const char *verb);
 // port id. -1 when the greeting can't be allocated.
 int lanhost_ua_greet(int fd);
 
-// The blocking form of the channel, a thread entry that nothing starts.
+// Required by the design, not called yet: the blocking form of the channel,
+// a thread entry.
 void *zn_event_lanhost_httpThread(void *arg);

@@ -23,7 +23,7 @@ int level_from(const char *content, int current) {
     EXPECT_GE(fd, 0);
     EXPECT_EQ(write(fd, content, strlen(content)), ssize_t(strlen(content)));
     close(fd);
-    int level = zn_event_lanhost_debug_level(path, current);
+    int level = lanhost_debug_level(path, current);
     unlink(path);
     return level;
 }
@@ -52,5 +52,5 @@ TEST(LanhostLog, DebugFileSetsSlotZero) {
     EXPECT_EQ(level_from("abc\n", 3), 0) << "letters read as 0";
     EXPECT_EQ(level_from("", 3), 3) << "empty: unchanged";
     EXPECT_EQ(level_from("12345678\n", 0), 1234567) << "seven characters count";
-    EXPECT_EQ(zn_event_lanhost_debug_level("/nonexistent/debug", 2), 2);
+    EXPECT_EQ(lanhost_debug_level("/nonexistent/debug", 2), 2);
 }

@@ -96,11 +96,12 @@ inline void stop_process(pid_t pid) {
 
 // The agent, once it has flushed the neighbour table of br0: the flush is the
 // last step before its loop runs, so what happens on the LAN from then on
-// reaches it. An entry planted before the start shows the flush.
+// reaches it. An entry planted before the start shows the flush. Without br0
+// the tracker ends at once, and there is nothing to wait for.
 inline pid_t start_agent(const char *out = kAgentOut) {
-    sh("ip neigh replace 192.168.1.254 lladdr 02:00:00:00:99:99 dev br0 nud stale");
+    const bool lan = sh("ip neigh replace 192.168.1.254 lladdr 02:00:00:00:99:99 dev br0 nud stale").status == 0;
     const pid_t pid = start_process(ZN_BUILD_DIR "/bin/zn_event_agent", out);
-    if (!eventually([] { return sh("ip neigh show 192.168.1.254 dev br0").out.empty(); })) {
+    if (lan && !eventually([] { return sh("ip neigh show 192.168.1.254 dev br0").out.empty(); })) {
         stop_process(pid);
         return -1;
     }

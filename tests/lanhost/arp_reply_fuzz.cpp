@@ -6,12 +6,12 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static lhost *host = [] {
         lhost *h = list_init_add_lhost();
-        copy_text(h->macAddr, "02:00:00:00:52:01");
+        lanhost_copy_text(h->macAddr, "02:00:00:00:52:01");
         macStr_to_bytes(h->mac, h->macAddr);
-        copy_text(h->ipAddr, "192.168.1.52");
+        lanhost_copy_text(h->ipAddr, "192.168.1.52");
         return h;
     }();
     host->arpState = 1;
-    zn_event_lanhost_arpreply_handle(data, size);
+    lanhost_arp_reply_handle(data, size);
     return 0;
 }

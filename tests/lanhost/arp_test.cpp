@@ -18,20 +18,20 @@ const std::vector<uint8_t> kReply = {2, 0, 0, 0, 0, 1,    2, 0,   0,   0, 0x52, 
 } // namespace
 
 TEST(ArpFrames, ReplyParserReadsOnlyWholeReplies) {
-    const std::tuple<const char *, std::function<void(std::vector<uint8_t> &)>, ArpCheck> cases[] = {
-        {"valid", [](std::vector<uint8_t> &) {}, kArpOk},
-        {"padded to 60", [](std::vector<uint8_t> &f) { f.resize(60, 0); }, kArpOk},
-        {"41 bytes", [](std::vector<uint8_t> &f) { f.pop_back(); }, kArpTooShort},
-        {"empty", [](std::vector<uint8_t> &f) { f.clear(); }, kArpTooShort},
-        {"request", [](std::vector<uint8_t> &f) { f[21] = 1; }, kArpNotReply},
-        {"operation high byte", [](std::vector<uint8_t> &f) { f[20] = 1; }, kArpNotReply},
+    const std::tuple<const char *, std::function<void(std::vector<uint8_t> &)>, Parse> cases[] = {
+        {"valid", [](std::vector<uint8_t> &) {}, Parse::kOk},
+        {"padded to 60", [](std::vector<uint8_t> &f) { f.resize(60, 0); }, Parse::kOk},
+        {"41 bytes", [](std::vector<uint8_t> &f) { f.pop_back(); }, Parse::kTooShort},
+        {"empty", [](std::vector<uint8_t> &f) { f.clear(); }, Parse::kTooShort},
+        {"request", [](std::vector<uint8_t> &f) { f[21] = 1; }, Parse::kWrongType},
+        {"operation high byte", [](std::vector<uint8_t> &f) { f[20] = 1; }, Parse::kWrongType},
     };
     for (const auto &[what, change, check] : cases) {
         std::vector<uint8_t> f = kReply;
         change(f);
         ArpReply r{};
         EXPECT_EQ(lanhost_arp_reply_parse(f.data(), f.size(), &r), check) << what;
-        EXPECT_TRUE(check != kArpOk ||
+        EXPECT_TRUE(check != Parse::kOk ||
                     memcmp(&r, "\x02\0\0\0\0\x01\x02\0\0\0\x52\x01\xc0\xa8\x01\x4d\xc0\xa8\x01\x01", 20) == 0);
     }
 }
@@ -48,7 +48,7 @@ TEST_F(Arp, OnlyAWiredHostWithAnAddressIsProbedAndByOneTimer) {
     };
     for (const auto &[ip, layer2, probed] : cases) {
         lhost *h = add_host("02:00:00:00:52:01", "eth3", ip);
-        copy_text(h->Layer2Interface, layer2);
+        lanhost_copy_text(h->Layer2Interface, layer2);
         zn_event_lanhost_arpping(h);
         EXPECT_EQ(h->arpState, probed ? 1 : 0) << ip << layer2;
         EXPECT_EQ(h->arpTimer != nullptr, probed) << ip << layer2;
@@ -80,7 +80,7 @@ TEST_F(Arp, TheSweepProbesHostsSilentForSixSeconds) {
         macStr_to_bytes(records[1].mac_addr, "02:00:00:00:53:01");
         records[0].ageing_timer_value = 900;
         records[1].ageing_timer_value = ageing;
-        zn_event_lanhost_macAging_sweep(records, 2);
+        lanhost_mac_ageing_sweep(records, 2);
         EXPECT_EQ(h->arpTimer != nullptr, probed) << what;
         EXPECT_EQ(h->arpState, probed ? 1 : arpState) << what;
         TearDown();

@@ -6,7 +6,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     DhcpRequestSnoop req;
-    if (zn_event_lanhost_dhcpRequest_parse(data, size, &req) == 0 &&
+    if (lanhost_dhcp_request_parse(data, size, &req) == Parse::kOk &&
         (strlen(req.macAddr) != kMacTextSize - 1 || strlen(req.hostName) >= sizeof req.hostName))
         __builtin_trap();
     return 0;

@@ -2,6 +2,7 @@
 // and what the lease socket's reader makes of a datagram.
 
 #include "lanhost_dhcp.h"
+#include "lanhost_useragent.h"
 #include "tracker.h"
 
 using namespace zntest;
@@ -29,7 +30,7 @@ TEST(LeaseMessage, SplitsAtRunsOfCommas) {
     };
     for (const auto &[text, len, fields] : cases) {
         LeaseMessage msg;
-        zn_event_lanhost_leaseMsg_parse(text.data(), len == kWhole ? text.size() : len, &msg);
+        lanhost_lease_message_parse(text.data(), len == kWhole ? text.size() : len, &msg);
         ASSERT_EQ(msg.count, fields.size()) << text;
         for (size_t i = 0; i < msg.count; i++)
             EXPECT_EQ(msg.field[i], fields[i]) << text;
@@ -38,7 +39,18 @@ TEST(LeaseMessage, SplitsAtRunsOfCommas) {
 
 class Lease : public TrackerTest {};
 
-// What the host's record then holds: "active|source|address|name|lease".
+// What a socket's reader makes of one datagram.
+void read(const void *datagram, size_t len, event_callback_fn reader) {
+    int pair[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, pair), 0);
+    send(pair[1], datagram, len, 0);
+    reader(pair[0], EV_READ, nullptr);
+    close(pair[0]), close(pair[1]);
+}
+
+// What the host's record then holds: "active|source|address|name|lease". Only
+// an address beginning with "*" is refused; an empty third field moves the
+// name into its place, and no address text reaches a shell.
 TEST_F(Lease, Ipv4LeaseFillsInTheKnownHost) {
     const std::string m = kMac, none = "0||||0";
     const std::tuple<std::string, std::string> cases[] = {
@@ -53,17 +65,21 @@ TEST_F(Lease, Ipv4LeaseFillsInTheKnownHost) {
         {"02:00:00:AB:10:01,3600,192.168.1.10,laptop", "1|DHCP|192.168.1.10|laptop|3600"},
         {"02:00:00:ab:10:02,3600,192.168.1.10,laptop", none},
         {m + ",3600,*,laptop", none},
+        {m + ",3600,*1.2.3.4,laptop", none},
         {m + ",3600", none},
+        {m + ",3600,,laptop", "1|DHCP|laptop|unknown|3600"},
+        {m + ",3600,$(touch /tmp/x),pc", "1|DHCP|$(touch /tmp/x)|pc|3600"},
     };
     for (const auto &[text, want] : cases) {
         lhost *h = add_host(kMac, "eth1");
         h->active = 0;
-        EXPECT_EQ(zn_event_lanhost_update_dhcp_LeaseTime(text.c_str()), 0);
+        read(text.data(), text.size(), zn_event_lanhost_dhcpSockRead_cb);
         EXPECT_EQ(joined({std::to_string(h->active), h->ipAddrSource, h->ipAddr, h->HostName,
                           std::to_string(h->dhcpLeasetime)}),
                   want)
             << text;
-        EXPECT_EQ(stored(h, "HostName"), h->HostName) << text;
+        EXPECT_EQ(joined({stored(h, "IPAddress"), stored(h, "HostName")}), joined({h->ipAddr, h->HostName})) << text;
+        EXPECT_NE(access("/tmp/x", F_OK), 0) << text;
         TearDown();
     }
 }
@@ -72,8 +88,6 @@ TEST_F(Lease, Ipv6LeaseGoesToTheOnlineHostOfItsDuid) {
     const std::string host = "InternetGatewayDevice.LANDevice.1.Hosts.Host.200", set = "znsUtil -s " + host + " ";
     ASSERT_TRUE(
         run("znsUtil -a " + host + " && " + set + "X_ZN_DUID string 00:01:00:01:2a:bb:cc:dd:02:00:00:00:10:01"));
-    int pair[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, pair), 0);
     const std::tuple<const char *, const char *, const char *> steps[] = {
         {"00:01:00:01:2A:BB:CC:DD:02:00:00:00:10:01,1800,2001:db8::10,x", "1", "1800"},
         {"00:01:00:01:2a:bb:cc:dd:02:00:00:00:10:02,900", "1", "1800"},
@@ -81,12 +95,9 @@ TEST_F(Lease, Ipv6LeaseGoesToTheOnlineHostOfItsDuid) {
     };
     for (const auto &[text, ipv6Active, lease] : steps) {
         ASSERT_TRUE(run(set + "ipv6Active bool " + ipv6Active));
-        send(pair[1], text, strlen(text), 0);
-        zn_event_lanhost_dhcpSockRead_cb(pair[0], EV_READ, nullptr);
+        read(text, strlen(text), zn_event_lanhost_dhcpSockRead_cb);
         EXPECT_EQ(hosts_table("Host")[200]["X_ZN_V6LeaseTimeRemaining"], lease) << text;
     }
-    close(pair[0]);
-    close(pair[1]);
 }
 
 TEST(DhcpOptions, OnlyWholeRequestsWithAClientIdentifierGoOn) {
@@ -115,7 +126,8 @@ TEST(DhcpOptions, OnlyWholeRequestsWithAClientIdentifierGoOn) {
         {"no name", cat({type, id, ip, end}), 0, "192.168.1.51", nullptr},
         {"name of 31", cat({type, id, ip, name31, end}), 0, "192.168.1.51", "nnnnnnnnnnnnnnnnnnnnnnnnnnnnnnn"},
         {"name of 32", cat({type, id, ip, name32, end}), 0, "192.168.1.51", nullptr},
-        {"name of NULs", cat({type, id, ip, {12, 2, 0, 'x'}, end}), 0, "192.168.1.51", nullptr},
+        {"empty name", cat({type, id, ip, {12, 0}, end}), 0, "192.168.1.51", ""},
+        {"name of NULs", cat({type, id, ip, {12, 2, 0, 'x'}, end}), 0, "192.168.1.51", ""},
         {"pads", cat({{0, 0}, type, {0}, id, ip, name, end}), 0, "192.168.1.51", "phone"},
         {"end before address", cat({type, id, end, ip, name}), 0, "", nullptr},
         {"no end", cat({type, id, ip, name}), 0, "192.168.1.51", "phone"},
@@ -126,11 +138,46 @@ TEST(DhcpOptions, OnlyWholeRequestsWithAClientIdentifierGoOn) {
     };
     for (const auto &[what, opts, result, wantIp, wantName] : cases) {
         DhcpRequestSnoop req;
-        ASSERT_EQ(zn_event_lanhost_dhcpRequest_parse(opts.data(), opts.size(), &req), result) << what;
+        ASSERT_EQ(lanhost_dhcp_request_parse(opts.data(), opts.size(), &req) == Parse::kOk ? 0 : -1, result) << what;
         if (result < 0)
             continue;
         EXPECT_STREQ(req.macAddr, "02:00:00:00:30:ab") << what;
         EXPECT_STREQ(req.requestedIp, wantIp) << what;
         EXPECT_EQ(req.hasHostName ? req.hostName : "(none)", std::string(wantName ? wantName : "(none)")) << what;
     }
+}
+
+// A request snooped behind a bridged connection names the host: an empty
+// name option empties the name, and the synchronisation gives the default.
+TEST_F(Lease, ASnoopedRequestNamesTheHost) {
+    const std::string wan = "znsUtil -s InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1 ";
+    ASSERT_TRUE(run(wan + "ConnectionType string IP_Bridged && " + wan +
+                    "X_ZN_LanInterface string InternetGatewayDevice.LANDevice.1.LANEthernetInterfaceConfig.2"));
+    // option 12 whole or nothing, the device type in the temporary MAC table, the name then stored
+    const std::tuple<Bytes, const char *, const char *> cases[] = {
+        {{12, 3, 'n', 'e', 'w'}, "0", "new"}, {{}, "0", "laptop"}, {{12, 0}, "0", "PC"}, {{12, 0}, "1", "Phone"}};
+    for (const auto &[name, type, want] : cases) {
+        const std::string temp = "InternetGatewayDevice.LANDevice.1.Hosts.X_ZN_TempMacTable.1";
+        ASSERT_TRUE(run("znsUtil -a " + temp + " && znsUtil -s " + temp + " MACAddress mac " + kMac +
+                        " && znsUtil -s " + temp + " DeviceType uint " + type));
+        lanhost_copy_text(add_host(kMac, "eth1", "192.168.1.60")->HostName, "laptop");
+        Bytes request(kDhcpOptionsAt, 0);
+        for (const Bytes &part :
+             {Bytes{53, 1, 3, 61, 7, 1, 2, 0, 0, 0xab, 0x10, 1, 50, 4, 192, 168, 1, 60}, name, Bytes{255}})
+            request.insert(request.end(), part.begin(), part.end());
+        read(request.data(), request.size(), zn_event_lanhost_bridge_dhcpSockRead_cb);
+        EXPECT_EQ(host_object(kMac)["HostName"], want) << name.size() << " " << type;
+        TearDown();
+    }
+    ASSERT_TRUE(run("zncli sys restoredefault"));
+}
+
+// The last test of the binary: without the gb2312 converter a name report
+// leaves no name, and what was converted before the fault counts.
+TEST(DhcpOptionReport, WithoutTheConverterANameReportLeavesNoName) {
+    ASSERT_TRUE(run("rm -rf /usr/lib/*/gconv /usr/lib/gconv"));
+    dhcpRequestEntry entry{nullptr, "02:00:00:00:60:01", "", "old", ""};
+    const std::string report = "bridge_dhcp_option,ip=192.168.1.60,name=laptop";
+    lanhost_dhcp_option_update(&entry, report.data(), report.size());
+    EXPECT_EQ(joined({entry.requestedIp, entry.hostName}), "192.168.1.60|");
 }

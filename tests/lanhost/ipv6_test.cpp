@@ -1,7 +1,8 @@
 // IPv6 neighbour discovery of the tracker: the advertisement parser, the
 // probe, the gateway's own address, and the dhcp6s and radvd report parsers.
 
-#include "lanhost_ipv6.h"
+#include "lanhost_icmp6.h"
+#include "lanhost_prefix.h"
 #include "tracker.h"
 
 using namespace zntest;
@@ -30,23 +31,23 @@ Frame advert() {
 class Ipv6 : public TrackerTest {};
 
 TEST(Ipv6Frames, AdvertisementFramesAreCheckedFieldByField) {
-    const std::tuple<const char *, std::function<void(Frame &)>, NaCheck> cases[] = {
-        {"valid", [](Frame &) {}, kNaOk},
-        {"29 bytes", [](Frame &f) { f.resize(29); }, kNaTooShort},
-        {"30 bytes, no type", [](Frame &f) { f.resize(30); }, kNaNotAdvert},
-        {"a solicitation", [](Frame &f) { f[54] = 135; }, kNaNotAdvert},
-        {"source link-layer option first", [](Frame &f) { f[78] = 1; }, kNaNoTargetLinkLayer},
-        {"option cut short", [](Frame &f) { f.resize(85); }, kNaNoTargetLinkLayer},
+    const std::tuple<const char *, std::function<void(Frame &)>, Parse> cases[] = {
+        {"valid", [](Frame &) {}, Parse::kOk},
+        {"29 bytes", [](Frame &f) { f.resize(29); }, Parse::kTooShort},
+        {"30 bytes, no type", [](Frame &f) { f.resize(30); }, Parse::kWrongType},
+        {"a solicitation", [](Frame &f) { f[54] = 135; }, Parse::kWrongType},
+        {"source link-layer option first", [](Frame &f) { f[78] = 1; }, Parse::kMissing},
+        {"option cut short", [](Frame &f) { f.resize(85); }, Parse::kMissing},
     };
     for (const auto &[what, change, want] : cases) {
         Frame f = advert();
         change(f);
-        NeighbourAdvert na;
+        NeighborAdvert na;
         EXPECT_EQ(lanhost_na_frame_parse(f.data(), f.size(), &na), want) << what;
     }
     Frame f = advert();
-    NeighbourAdvert na;
-    ASSERT_EQ(lanhost_na_message_parse(&f[54], f.size() - 54, &na), kNaOk) << "as a raw ICMPv6 socket reads it";
+    NeighborAdvert na;
+    ASSERT_EQ(lanhost_na_message_parse(&f[54], f.size() - 54, &na), Parse::kOk) << "as a raw ICMPv6 socket reads it";
     EXPECT_EQ(memcmp(na.target, &f[62], 16), 0);
     EXPECT_EQ(memcmp(na.mac, kHostMac, 6), 0);
 }
@@ -79,7 +80,7 @@ TEST_F(Ipv6, AHostAnswersItsProbe) {
         event_new(lanhostEventBase, fd, EV_READ | EV_PERSIST, zn_event_lanhost_ipv6MulticastSockRead_cb, nullptr);
     event_add(reader, nullptr);
     lhost *h = add_host("02:00:00:00:10:01", "eth6");
-    copy_text(h->ipv6LocalAddr, kLinkLocal);
+    lanhost_copy_text(h->ipv6LocalAddr, kLinkLocal);
     zn_event_lanhost_icmp6_ping(h);
     ASSERT_NE(h->icmp6Timer, nullptr);
     while (h->icmp6Timer)
@@ -102,8 +103,8 @@ TEST(Ipv6Reports, Dhcp6sReportsAreBoundedFieldByField) {
         {"duid ::1 " + std::string(24, '9'), false, "", "", 0},
     };
     for (const auto &[text, fits, duid, address, leaseTime] : cases) {
-        dhcp6sLease lease;
-        EXPECT_EQ(lanhost_dhcp6s_lease_parse(text.data(), text.size(), &lease), fits) << text;
+        Dhcp6sLease lease;
+        EXPECT_EQ(lanhost_dhcp6s_lease_parse(text.data(), text.size(), &lease) == Parse::kOk, fits) << text;
         EXPECT_EQ(lease.duid + std::string("|") + lease.address, duid + "|" + address) << text;
         EXPECT_EQ(lease.leaseTime, leaseTime) << text;
     }
@@ -111,14 +112,14 @@ TEST(Ipv6Reports, Dhcp6sReportsAreBoundedFieldByField) {
 
 TEST(Ipv6Reports, RadvdReportsJoinPrefixAndInterfaceIdentifierAsText) {
     const std::string long43 = "2001:db8:1:2:" + std::string(30, '0');
-    const std::tuple<std::string, RadvdCheck, const char *> cases[] = {
-        {"2001:db8:1:2:: fe80::211:22ff:fe33:4455", kRadvdAddress, "2001:db8:1:2:211:22ff:fe33:4455"},
-        {"2001:db8:1:2 fe80::211:22ff:fe33:4455", kRadvdAddress, "2001:db8:1:2211:22ff:fe33:4455"},
-        {"2001:db8:1:2:: fe81::211:22ff:fe33:4455", kRadvdNoAddress, ""},
-        {"2001:db8:1:2:: fe80:", kRadvdNoAddress, ""},
-        {":: fe80::", kRadvdNoAddress, ""},
-        {long43 + " fe80::211:22ff:fe33:4455", kRadvdTooLong, ""},
-        {long43 + "0 fe80::1", kRadvdTooLong, ""},
+    const std::tuple<std::string, Parse, const char *> cases[] = {
+        {"2001:db8:1:2:: fe80::211:22ff:fe33:4455", Parse::kOk, "2001:db8:1:2:211:22ff:fe33:4455"},
+        {"2001:db8:1:2 fe80::211:22ff:fe33:4455", Parse::kOk, "2001:db8:1:2211:22ff:fe33:4455"},
+        {"2001:db8:1:2:: fe81::211:22ff:fe33:4455", Parse::kMissing, ""},
+        {"2001:db8:1:2:: fe80:", Parse::kMissing, ""},
+        {":: fe80::", Parse::kMissing, ""},
+        {long43 + " fe80::211:22ff:fe33:4455", Parse::kTooLong, ""},
+        {long43 + "0 fe80::1", Parse::kTooLong, ""},
     };
     for (const auto &[text, want, address] : cases) {
         char out[44];

@@ -6,7 +6,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     LeaseMessage msg;
-    zn_event_lanhost_leaseMsg_parse(reinterpret_cast<const char *>(data), size, &msg);
+    lanhost_lease_message_parse(reinterpret_cast<const char *>(data), size, &msg);
     if (msg.count > kLeaseFields)
         __builtin_trap();
     for (size_t i = 0; i < msg.count; i++)

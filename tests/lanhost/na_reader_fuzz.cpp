@@ -2,7 +2,7 @@
 #include <sys/socket.h>
 
 #include "lanhost.h"
-#include "lanhost_ipv6.h"
+#include "lanhost_icmp6.h"
 #include "lanhost_table.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -11,13 +11,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (!host) {
         socketpair(AF_UNIX, SOCK_DGRAM, 0, pair);
         host = list_init_add_lhost();
-        copy_text(host->macAddr, "02:00:00:00:10:01");
-        copy_text(host->ipv6LocalAddr, "fe80::ff:fe00:1001");
+        lanhost_copy_text(host->macAddr, "02:00:00:00:10:01");
+        lanhost_copy_text(host->ipv6LocalAddr, "fe80::ff:fe00:1001");
     }
     host->icmp6State = 2;
     if (send(pair[0], data, size, 0) == ssize_t(size))
         zn_event_lanhost_ipv6MulticastSockRead_cb(pair[1], EV_READ, nullptr);
-    NeighbourAdvert na;
+    NeighborAdvert na;
     lanhost_na_message_parse(data, size, &na);
     return 0;
 }

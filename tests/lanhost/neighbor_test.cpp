@@ -4,6 +4,7 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 
+#include "lanhost_arp.h"
 #include "lanhost_neighbor.h"
 #include "tracker.h"
 
@@ -65,9 +66,7 @@ struct Neigh {
     }
 };
 
-void walk(const Bytes &datagram) {
-    netlink_neighborMsgs_walk(datagram.data(), datagram.size(), netlink_neighborMsg_dispatch);
-}
+void walk(const Bytes &datagram) { lanhost_neighbor_walk(datagram.data(), datagram.size(), lanhost_neighbor_dispatch); }
 
 Neigh bridge_entry(const char *mac, const char *port, uint16_t type = RTM_NEWNEIGH) {
     Neigh n;
@@ -156,7 +155,7 @@ TEST_F(Neighbor, BridgeEntryCreatesAHostOnlyWhenEveryFieldPasses) {
         TearDown();
     }
     // Case counts in the comparison with the gateway's MAC.
-    copy_text(gatewayBaseMac, "02:00:00:00:aa:01");
+    lanhost_copy_text(gatewayBaseMac, "02:00:00:00:aa:01");
     EXPECT_NE(host_on("eth1", "02:00:00:00:AA:01"), nullptr);
 }
 
@@ -258,7 +257,7 @@ TEST_F(Neighbor, WirelessDepartureEmptiesTheAddressesAndKeepsTheRecord) {
     for (const auto &[text, leaves] : cases) {
         lhost *h = host_on("wlan0.1", "02:00:00:00:51:0A");
         walk(neighbour(AF_INET, "192.168.1.22", "02:00:00:00:51:0A").bytes());
-        copy_text(h->ipv6Addr, "2001:db8::22");
+        lanhost_copy_text(h->ipv6Addr, "2001:db8::22");
         walk(departure(text));
         EXPECT_EQ(list_find_lhost("02:00:00:00:51:0A"), h) << "the record stays: " << text;
         EXPECT_EQ(joined({h->ipAddr, h->ipv6Addr}), leaves ? "|" : "192.168.1.22|2001:db8::22") << text;

@@ -9,20 +9,24 @@
 namespace {
 
 void visit(uint16_t type, const uint8_t *msg, size_t len) {
-    NeighMsg m;
-    if (type != kWlanLeaveMsgType && netlink_neighborMsg_parse(msg, len, &m) && m.family == AF_BRIDGE) {
-        char mac[kMacTextSize], v4[16], v6[46];
-        neigh_mac_text(m.attr[NDA_LLADDR], mac);
-        neigh_ipv4_text(m.attr[NDA_DST], v4);
-        neigh_ipv6_text(m.attr[NDA_DST], v6);
+    NeighborMsg m;
+    if (type != kWlanLeaveMsgType && lanhost_neighbor_parse(msg, len, &m) == Parse::kOk && m.family == AF_BRIDGE) {
+        uint8_t mac[6];
+        in_addr v4;
+        in6_addr v6;
+        int32_t master;
+        lanhost_attr_mac(m.attr[NDA_LLADDR], mac);
+        lanhost_attr_ipv4(m.attr[NDA_DST], &v4);
+        lanhost_attr_ipv6(m.attr[NDA_DST], &v6);
+        lanhost_attr_master(m.attr[NDA_MASTER], &master);
         return;
     }
-    netlink_neighborMsg_dispatch(type, msg, len);
+    lanhost_neighbor_dispatch(type, msg, len);
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    netlink_neighborMsgs_walk(data, size, visit);
+    lanhost_neighbor_walk(data, size, visit);
     return 0;
 }

@@ -58,35 +58,51 @@ extern "C" time_t time(time_t *out) {
 }
 
 TEST(StoreLayout, TheTrackerReadsRecordsWhereTheModelPutsTheirFields) {
-    const std::tuple<uint32_t, const char *, size_t> fields[] = {
-        {kOidHost, "UTCDowntime", kHostUtcDowntimeAt},
-        {kOidHost, "DeviceType", kHostDeviceTypeAt},
-        {kOidHost, "MACAddress", kHostMacAt},
-        {kOidHost, "IPAddress", kHostIpAddressAt},
-        {kOidHost, "AddressSource", kHostAddressSourceAt},
-        {kOidHost, "Layer2Interface", kHostLayer2InterfaceAt},
-        {kOidHost, "InterfaceType", kHostInterfaceTypeAt},
-        {kOidHost, "X_ZN_IPV6Address", kHostIpv6AddressAt},
-        {kOidHost, "X_ZN_IPV6LocalAddress", kHostIpv6LocalAddressAt},
-        {kOidHost, "X_ZN_GUAIPAddress", kHostGuaAddressAt},
-        {kOidHost, "CustomiseName", kHostCustomiseNameAt},
-        {kOidHost, "LeaseTimeRemaining", kHostLeaseTimeAt},
-        {kOidHost, "Active", kHostActiveAt},
-        {kOidHost, "ipv6Active", kHostIpv6ActiveAt},
-        {kOidHost, "HostName", kHostHostNameAt},
-        {kOidHost, "Vendor", kHostVendorAt},
-        {kOidOfflineHost, "UTCDowntime", kOfflineUtcDowntimeAt},
-        {kOidOfflineHost, "MACAddress", kOfflineMacAt},
-        {kOidHosts, "HostNumberOfEntries", kHostsNumberAt},
-        {kOidTempMacTable, "DeviceType", kTempDeviceTypeAt},
-        {kOidTempMacTable, "MACAddress", kTempMacAt}};
-    for (const auto &[oid, name, at] : fields) {
-        const zns::ObjectLayout *object = zns::dm_object(oid);
+    auto object = [](const char *path) {
+        const zns::ObjectLayout *found = nullptr;
+        zns_ia_t ia;
+        const zns::ParamLayout *param;
+        return zns::dm_parse_path(path, false, &found, &ia, &param) == 0 ? found : nullptr;
+    };
+    const zns::ObjectLayout *host = zns::dm_object(kOidHost), *offline = zns::dm_object(kOidOfflineHost),
+                            *temp = zns::dm_object(kOidTempMacTable),
+                            *ip = object("InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1"),
+                            *ppp = object("InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANPPPConnection.1");
+    const std::tuple<const zns::ObjectLayout *, const char *, size_t> fields[] = {
+        {host, "UTCDowntime", kHostUtcDowntimeAt},
+        {host, "DeviceType", kHostDeviceTypeAt},
+        {host, "MACAddress", kHostMacAt},
+        {host, "IPAddress", kHostIpAddressAt},
+        {host, "AddressSource", kHostAddressSourceAt},
+        {host, "Layer2Interface", kHostLayer2InterfaceAt},
+        {host, "InterfaceType", kHostInterfaceTypeAt},
+        {host, "X_ZN_IPV6Address", kHostIpv6AddressAt},
+        {host, "X_ZN_IPV6LocalAddress", kHostIpv6LocalAddressAt},
+        {host, "X_ZN_GUAIPAddress", kHostGuaAddressAt},
+        {host, "X_ZN_DUID", kHostDuidAt},
+        {host, "CustomiseName", kHostCustomiseNameAt},
+        {host, "LeaseTimeRemaining", kHostLeaseTimeAt},
+        {host, "Active", kHostActiveAt},
+        {host, "ipv6Active", kHostIpv6ActiveAt},
+        {host, "HostName", kHostHostNameAt},
+        {host, "Vendor", kHostVendorAt},
+        {offline, "UTCDowntime", kOfflineUtcDowntimeAt},
+        {offline, "MACAddress", kOfflineMacAt},
+        {zns::dm_object(kOidHosts), "HostNumberOfEntries", kHostsNumberAt},
+        {temp, "DeviceType", kTempDeviceTypeAt},
+        {temp, "MACAddress", kTempMacAt},
+        {ip, "ConnectionType", kWanIpTypeAt},
+        {ip, "X_ZN_LanInterface", kWanIpBindingAt},
+        {ppp, "ConnectionType", kWanPppTypeAt},
+        {ppp, "X_ZN_LanInterface", kWanPppBindingAt},
+    };
+    for (const auto &[object, name, at] : fields) {
         const zns::ParamLayout *param = object ? zns::dm_param(object, name) : nullptr;
         ASSERT_NE(param, nullptr) << name;
-        EXPECT_EQ(param->offset, at) << oid << " " << name;
+        EXPECT_EQ(param->offset, at) << object->def->path << " " << name;
     }
-    EXPECT_EQ(zns::dm_param(zns::dm_object(kOidHost), "X_ZN_IPV6LocalAddress")->size, kHostIpv6LocalAddressSize);
+    EXPECT_EQ(zns::dm_param(host, "X_ZN_IPV6LocalAddress")->size, kHostIpv6LocalAddressSize);
+    EXPECT_EQ(zns::dm_object(kOidHosts)->def->counter_offset, int32_t(kHostsSaveCounterAt));
 }
 
 class StoreSync : public TrackerTest {

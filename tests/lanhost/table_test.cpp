@@ -1,5 +1,6 @@
 // The host table's lists and the address helpers where a slip is easy.
 
+#include "lanhost_port.h"
 #include "tracker.h"
 
 using namespace zntest;
@@ -8,7 +9,7 @@ using namespace zntest;
 // both); pending requests only by the exact text.
 TEST(HostTable, RequestsAreFoundByExactTextAndTextIsCopiedToFit) {
     auto *e = static_cast<dhcpRequestEntry *>(calloc(1, sizeof(dhcpRequestEntry)));
-    copy_text(e->macAddr, "aa:bb:cc:00:00:03");
+    lanhost_copy_text(e->macAddr, "aa:bb:cc:00:00:03");
     dhcpRequestListHead = e;
     EXPECT_EQ(list_find_dhcpRequestEntry("AA:BB:CC:00:00:03"), nullptr);
     EXPECT_EQ(list_find_dhcpRequestEntry("aa:bb:cc:00:00:03"), e);
@@ -16,9 +17,9 @@ TEST(HostTable, RequestsAreFoundByExactTextAndTextIsCopiedToFit) {
     EXPECT_EQ(dhcpRequestListHead, nullptr);
 
     char small[4];
-    EXPECT_FALSE(copy_text(small, "abcdef"));
+    EXPECT_FALSE(lanhost_copy_text(small, "abcdef"));
     EXPECT_STREQ(small, "abc");
-    EXPECT_TRUE(copy_text(small, "abcdef", 2));
+    EXPECT_TRUE(lanhost_copy_text(small, "abcdef", 2));
     EXPECT_STREQ(small, "ab");
     uint8_t mac[6];
     macStr_to_bytes(mac, "0a:Bc:zz:10:ff:7G");

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "lanhost.h"
+#include "lanhost_sockets.h"
 #include "lanhost_store.h"
 #include "lanhost_table.h"
 #include "shell.h"
@@ -20,8 +21,8 @@ inline lhost *add_host(const char *mac, const char *port, const char *ip = "") {
     lhost *h = list_init_add_lhost();
     macStr_to_bytes(h->mac, mac);
     lanhost_mac_text(h->mac, true, h->macAddr);
-    copy_text(h->brPortName, port);
-    copy_text(h->ipAddr, ip);
+    lanhost_copy_text(h->brPortName, port);
+    lanhost_copy_text(h->ipAddr, ip);
     h->active = 1;
     return h;
 }
@@ -46,7 +47,7 @@ protected:
         lanhostEventBase = event_base_new();
         ASSERT_TRUE(storeHandle && lanhostEventBase);
     }
-    void SetUp() override { copy_text(gatewayBaseMac, "02:00:00:00:00:01"); }
+    void SetUp() override { lanhost_copy_text(gatewayBaseMac, "02:00:00:00:00:01"); }
     void TearDown() override {
         while (hostListHead)
             list_del_lhost(hostListHead);

@@ -17,6 +17,7 @@ netns=$(ip netns list) links=$(ip -br link) name=$(hostname)
     vgw host add pc eth1 02:00:00:00:20:01 192.168.1.10/24
     vgw host exec pc sleep $((nap + 1)) &
     vgw host exec pc ping -c 1 -W 2 192.168.1.1 >/dev/null
+    vgw usb plug sda1 2>/dev/null && vgw usb plug sdb1 2>/dev/null && mkdir /mnt/x && mount /dev/sdb1 /mnt/x
     echo x > /etc/$tag; echo x > /tmp/$tag; hostname $tag"
 rc=$?; check "CMD succeeded" '[ $rc = 0 ]'
 "$VGW" run -- false
@@ -37,6 +38,7 @@ check "no process left" '! pgrep -f "^sleep ($nap|$((nap + 1))|$((nap + 2)))\$" 
 check "no network namespace left" '[ "$(ip netns list)" = "$netns" ]'
 check "the machine's links untouched" '[ "$(ip -br link)" = "$links" ]'
 check "no mount left" '! grep -q vgw /proc/self/mountinfo'
+check "no loop device left, mounted or not" '! losetup -a | grep -q "/vgw/usb/"'
 check "no temporary directory left" '! compgen -G "/tmp/vgw.*" >/dev/null'
 check "/etc and /tmp untouched" '[ ! -e /etc/$tag ] && [ ! -e /tmp/$tag ]'
 check "host name untouched" '[ "$(hostname)" = "$name" ]'

@@ -1,0 +1,28 @@
+#include "lanhost_fd.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "agent_log.h"
+
+ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const ReadRule &rule, const char *caller,
+                          int line) {
+    memset(buf, 0, size);
+    const ssize_t n = recv(fd, buf, rule.text ? size - 1 : size, rule.flags);
+    if (n >= 0 && size_t(n) >= rule.least)
+        return n;
+    switch (rule.failure) {
+    case ReadFailure::kPlain:
+        zn_event_lanhost_log(0, 1, caller, line, "read fail");
+        break;
+    case ReadFailure::kErrno:
+        zn_event_lanhost_log(0, 1, caller, line, "read error: %s\n", strerror(errno));
+        break;
+    case ReadFailure::kResult:
+        zn_event_lanhost_log(0, 1, caller, line, "recv netlink msg error:%d\n", int(n));
+        break;
+    }
+    return -1;
+}

@@ -1,0 +1,20 @@
+// Timed tasks: the scheduler outside the agent sends the store path of a
+// task that fell due, one text per datagram on "/tmp/zn_event_agent_timer",
+// and the agent carries the task out. The worker's entry, timerEventHandler,
+// stands with the other workers in agent_threads.h.
+#pragma once
+
+constexpr const char *kTimerSocket = "/tmp/zn_event_agent_timer";
+
+// Hands the text to the task whose path it holds, the first of the table in
+// timer_dispatch.cpp that is a substring of it. -1 for null or empty text,
+// otherwise 0, whether the task succeeded or not.
+int timerEventDispatch(const char *text);
+
+// The task handlers take the index behind the last '.' of text (strtol's
+// reading of it). 0, or -1 when the task couldn't be done.
+// Sets the sleep mode to Enable of the SleepTimer object of that index.
+int sleepTimerHandler(const char *text);
+// The operator's handlers; their failures are logged, not returned.
+int cmccTimedTaskHandler(const char *text);
+int cmccDeviceLimitHandler(const char *text);

@@ -1,0 +1,19 @@
+// Reading a device's place and data in sysfs.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+// The first line of the attribute file "/sys" + path + "/" + name, without
+// its line feed; empty when the file is missing, unreadable or empty, or
+// when the whole file name doesn't fit 127 bytes.
+std::string usbSysAttrRead(const char *path, const char *name);
+
+// Leading blanks skipped, then decimal digits up to the first other
+// character: "0100" gives 100, "01a0" gives 1, "" gives 0.
+uint32_t usbDigitsParse(const char *text);
+
+// Shortens a sysfs device path in place to the directory of its USB device
+// (the one holding idVendor): a disk, a partition, a USB serial port, an
+// input event node or a USB printer. Other paths stay as they are.
+char *usbDevPathCut(char *path);
