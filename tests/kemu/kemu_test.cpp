@@ -1,7 +1,7 @@
 // The kernel components in user space where no agent test meets them yet:
-// the PON driver's and the bridge data component's sockets. The user-agent
-// module, the wireless driver's message and the MAC filter's files are proven
-// by the agent's tests.
+// the PON driver's sockets. The user-agent module, the bridge data component,
+// the wireless driver's message and the MAC filter's files are proven by the
+// agent's tests.
 #include <linux/netlink.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -16,7 +16,6 @@ namespace {
 using namespace zntest;
 
 const uint32_t kPid = uint32_t(getpid());
-const std::string kPidText = std::to_string(kPid);
 
 int nl_socket(int protocol, uint32_t port, uint32_t groups) {
     int fd = socket(AF_NETLINK, SOCK_RAW, protocol);
@@ -75,32 +74,6 @@ TEST(Kemu, PonDriverMulticastsToGroupOne) {
     EXPECT_EQ(recv(other, &byte, 1, MSG_DONTWAIT), -1);
     for (int fd : {listener, other, clash})
         close(fd);
-}
-
-TEST(Kemu, BridgeDataReportsGoToConnectedListeners) {
-    int fd = nl_socket(29, kPid, 0);
-    auto command = [&](uint16_t type) {
-        const uint32_t cmd[5] = {20, type, 0, kPid, kPid};
-        const sockaddr_nl kernel{AF_NETLINK, 0, 0, 0};
-        return sendto(fd, cmd, sizeof cmd, 0, reinterpret_cast<const sockaddr *>(&kernel), sizeof kernel);
-    };
-    ASSERT_EQ(command(1), 20);
-    EXPECT_NE(sh("znkernel log").out.find("proto=29 port=" + kPidText + " len=20 connect pid=" + kPidText),
-              std::string::npos);
-
-    ASSERT_TRUE(run("znkernel bridgedata report br0 02:00:00:00:00:01 02:00:00:00:00:02 0x1234 192.168.1.10 "
-                    "192.168.1.1"));
-    sockaddr_nl from{};
-    std::vector<uint8_t> m = receive(fd, &from);
-    ASSERT_EQ(m.size(), 56u);
-    EXPECT_EQ(hex(m, 0, 6), "380000000300"); // length 56, NLMSG_DONE
-    EXPECT_EQ(hex(m, 16, 4) + " " + hex(m, 32, 24), "62723000 02000000000102000000000212340000c0a8010ac0a80101");
-
-    ASSERT_EQ(command(2), 20);
-    Result r = sh("znkernel bridgedata report br0 02:00:00:00:00:01 02:00:00:00:00:02 1 0.0.0.0 0.0.0.0");
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.out.find("no listener"), std::string::npos);
-    close(fd);
 }
 
 } // namespace

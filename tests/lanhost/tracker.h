@@ -31,10 +31,10 @@ inline lhost *add_host(const char *mac, const char *port, const char *ip = "") {
 inline void sync4(const lhost *h) { wrapperZns_lanhost_update(h->mac, h->ipAddr, AF_INET, 0); }
 
 // One parameter of the Host object of the record's MAC, "" without one.
-inline std::string stored(const lhost *h, const char *name, const char *table = "Host") {
+inline std::string stored(const lhost *h, const char *name) {
     char mac[kMacTextSize];
     lanhost_mac_text(h->mac, false, mac);
-    return host_object(mac, table)[name];
+    return host_object(mac)[name];
 }
 
 // The tests of a binary share one gateway, and the tracker's globals. Each

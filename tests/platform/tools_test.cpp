@@ -1,5 +1,8 @@
 // The platform's tools and services as a firmware user meets them, each
-// test in its own virtual gateway process tree.
+// test in its own virtual gateway process tree, where no agent test meets
+// them: the store's flash file read back, the bus's edges, the board and the
+// services of the subsystems still to come. The USB queries, the timed tasks
+// and the sleep mode are proven by the USB and timer tests.
 #include <sys/mman.h>
 
 #include <csignal>
@@ -12,8 +15,6 @@
 using namespace zntest;
 
 namespace {
-
-const std::string kHost = "InternetGatewayDevice.LANDevice.1.Hosts.Host.7";
 
 std::string get(const std::string &path, const std::string &param) {
     auto r = sh("znsUtil -g " + path + " " + param);
@@ -78,14 +79,10 @@ TEST(Tools, ServicesFollowTheBoardAndJournalTheirEffects) {
 
     libzn_sys_led(0);
     libzn_sys_turnOffLed(1);
-    zns_cuc_set_sleep_mode(1);
-    EXPECT_EQ(zns_cmcc_timedTask_handler(3), 0);
-    EXPECT_EQ(zns_cmcc_deviceLimit_handler(4), 0);
     ASSERT_TRUE(run("zncli sys flushnat"));
     ASSERT_TRUE(run("zncli sys restoredefault"));
     std::string journal = file_text("/var/log/zn_platform.journal");
-    for (const char *e : {" led 0\n", " turnOffLed 1\n", " sleepMode 1\n", " timedTask 3\n", " deviceLimit 4\n",
-                          " flushnat zncli\n", " restoredefault zncli\n"})
+    for (const char *e : {" led 0\n", " turnOffLed 1\n", " flushnat zncli\n", " restoredefault zncli\n"})
         EXPECT_NE(journal.find(e), std::string::npos) << e << " missing in:\n" << journal;
 
     // The module log follows set_log_level, and an override, looked at once a
@@ -106,23 +103,4 @@ TEST(Tools, ServicesFollowTheBoardAndJournalTheirEffects) {
     EXPECT_EQ(err.find("hidden"), std::string::npos);
     EXPECT_NE(err.find("zns_test[1] "), std::string::npos);
     EXPECT_NE(err.find("TestBody(): shown 1\n"), std::string::npos) << err;
-}
-
-TEST(Tools, UsbQueriesReadTheRealDevice) {
-    // A file system image stands in for the stick: libblkid probes both alike.
-    ASSERT_TRUE(run("truncate -s 8M /tmp/stick.img && mkfs.ext4 -q -L ZNSTICK /tmp/stick.img"));
-    char label[64] = "", fstype[8] = "";
-    EXPECT_EQ(libzn_usb_getLabel("/tmp/stick.img", label), 0);
-    EXPECT_STREQ(label, "ZNSTICK");
-    EXPECT_EQ(libzn_usb_getFsType("/tmp/stick.img", fstype), 0);
-    EXPECT_STREQ(fstype, "ext4");
-    EXPECT_EQ(libzn_usb_getLabel("/tmp/no-such-device", label), -1);
-
-    char line[256] = "";
-    ASSERT_TRUE(run("printf 'Mass Storage\\r\\nsecond\\n' > /tmp/product"));
-    EXPECT_EQ(libzn_usb_readFileFirstLine("/tmp/product", line), 0);
-    EXPECT_STREQ(line, "Mass Storage");
-    ASSERT_TRUE(run(": > /tmp/empty"));
-    EXPECT_EQ(libzn_usb_readFileFirstLine("/tmp/empty", line), -1);
-    EXPECT_STREQ(line, "Mass Storage") << "an empty file leaves the buffer as it was";
 }
