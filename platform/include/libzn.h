@@ -47,7 +47,7 @@ int libzn_usb_getFsType(const char *dev, char *out);
 int libzn_usb_readFileFirstLine(const char *path, char *out);
 
 /* Wireless indexes: the internal SSID index (above 0 when the SSID exists),
- * and the radio (0 or 1) of an internal index, -1 when out of range. */
+ * and the radio (1 or 2, its instance) of an internal index, -1 when out of range. */
 int zns_wlan_get_internal_ssididx_by_ext_ssididx(zns_xml_handle_t *handle, int ext);
 int zns_wlan_internal_ssididx_to_radioidx(int index);
 

@@ -116,6 +116,13 @@ std::string port_path(int protocol, uint32_t id, uint32_t groups) {
     return port_dir(protocol) + name;
 }
 
+std::string refusal_path(int protocol) { return port_dir(protocol) + ".off"; }
+
+bool refused(int protocol) {
+    struct stat st;
+    return stat(refusal_path(protocol).c_str(), &st) == 0;
+}
+
 std::vector<Port> ports(int protocol) {
     std::vector<Port> out;
     std::string dir = port_dir(protocol);

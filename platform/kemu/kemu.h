@@ -90,6 +90,23 @@ constexpr uint16_t kWlanLeaveType = 200;
 constexpr uint32_t kAgentRoutePortBits = 0x640000;
 constexpr uint32_t kNeighGroups = 4; // RTMGRP_NEIGH
 
+// ---- the buttons' input device --------------------------------------------
+
+// A FIFO in the gateway's own /dev stands in for the device: a read of one
+// record behaves as on the kernel's device, as long as a writer holds the
+// FIFO open (the sandbox keeps one).
+constexpr const char *kInputDevice = "/dev/input/event0";
+
+// The kernel's input event on a 64-bit system.
+struct InputRecord {
+    int64_t sec;
+    int64_t usec;
+    uint16_t type;
+    uint16_t code;
+    int32_t value;
+};
+static_assert(sizeof(InputRecord) == 24 && offsetof(InputRecord, type) == 16 && offsetof(InputRecord, value) == 20);
+
 // ---- where sockets live ----------------------------------------------------
 
 constexpr const char *kRoot = "/run/znkemu";
@@ -125,6 +142,10 @@ class BindLock {
     int fd_;
 };
 int mkdirs(const std::string &dir);
+// While the file /run/znkemu/PROTO.off exists, sockets of the protocol are
+// refused as on a kernel without the component.
+std::string refusal_path(int protocol);
+bool refused(int protocol);
 sockaddr_un unix_address(const std::string &path, socklen_t *len);
 
 // The components send from the abstract unix name "znkemu-kernel.GROUPS.PID";

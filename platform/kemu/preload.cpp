@@ -215,6 +215,8 @@ int socket(int domain, int type, int protocol) {
     int kind = type & ~(SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (kind != SOCK_RAW && kind != SOCK_DGRAM)
         return fail(ESOCKTNOSUPPORT);
+    if (kemu::refused(protocol))
+        return fail(EPROTONOSUPPORT);
     int fd = real(AF_UNIX, SOCK_DGRAM | (type & (SOCK_NONBLOCK | SOCK_CLOEXEC)), 0);
     if (fd >= kMaxFd) {
         close(fd);

@@ -2,8 +2,11 @@
 // gateway lacks. Each command sends what a component would, to the sockets
 // it would send it to; the preload library gives processes those sockets.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <linux/rtnetlink.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -27,6 +30,7 @@ constexpr const char *kUsage =
     "usage: znkernel pon wan-change MODE            PON driver, to group 1 of protocol 25: WAN mode now MODE\n"
     "       znkernel pon recovered TYPE             PON driver: recovered from an error of TYPE\n"
     "       znkernel pon raw HEX                    PON driver: these bytes\n"
+    "       znkernel pon off|on                     PON driver: absent (protocol 25 refused), or back\n"
     "       znkernel ua report MAC TEXT [MAC TEXT]...\n"
     "                                               user-agent module, to each greeter on protocol 31:\n"
     "                                               reports in one datagram\n"
@@ -39,6 +43,12 @@ constexpr const char *kUsage =
     "       znkernel macfilter stat [MAC COUNT]...  MAC filter: set its statistics\n"
     "       znkernel macfilter table-show           MAC filter: the commands written to its table\n"
     "       znkernel macfilter off                  MAC filter: gone, as on a gateway without it\n"
+    "       znkernel button KEY hold MS             buttons, to /dev/input/event0: press, auto-repeats\n"
+    "                                               with the last one MS ms after the press, release\n"
+    "       znkernel button KEY tap MS              press and release MS ms later, no auto-repeat\n"
+    "       znkernel button raw TYPE CODE VALUE [TYPE CODE VALUE]...\n"
+    "                                               these records, 1 ms apart\n"
+    "                                               KEY: wlan-wps wifi reset wps led, or a key code\n"
     "       znkernel log                            what processes sent to the components\n";
 
 using kemu::kMacfilterDir;
@@ -46,6 +56,20 @@ using kemu::kMacfilterStat;
 using kemu::kMacfilterTable;
 constexpr const char *kMacfilterHeading = "mac                count\n";
 constexpr const char *kProcNetlink = "/proc/net/netlink";
+
+// The gateway's buttons by their key codes.
+struct Key {
+    const char *name;
+    uint16_t code;
+};
+constexpr Key kKeys[] = {{"wlan-wps", 237}, {"wifi", 238}, {"reset", 408}, {"wps", 529}, {"led", 594}};
+constexpr uint16_t kEvKey = 1;
+constexpr int32_t kKeyRelease = 0, kKeyPress = 1, kKeyRepeat = 2;
+// The input layer's auto-repeat: a first repeat after 250 ms, then every 33 ms.
+constexpr int64_t kRepeatDelayMs = 250, kRepeatPeriodMs = 33;
+// A held key is let go before its next repeat would come.
+constexpr int64_t kReleaseAfterRepeatMs = 10;
+constexpr int kInputWaitMs = 5000; // for a reader to make room in the FIFO
 
 struct UsageError {};
 struct Failure : std::runtime_error {
@@ -208,9 +232,102 @@ int deliver(const std::vector<kemu::Port> &to, Datagram d, uint32_t groups, cons
     return delivered ? 0 : 1;
 }
 
+void write_file(const char *path, const std::string &text) {
+    std::string tmp = std::string(path) + ".new";
+    FILE *f = fopen(tmp.c_str(), "we");
+    bool ok = f && fputs(text.c_str(), f) >= 0;
+    if (!f || fclose(f) != 0 || !ok || rename(tmp.c_str(), path) != 0)
+        throw Failure(std::string(path) + ": " + strerror(errno));
+}
+
+// ---- key records -------------------------------------------------------------
+
+using Records = std::vector<kemu::InputRecord>;
+
+int64_t now_ms() {
+    timespec ts{};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return int64_t(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+kemu::InputRecord input_record(int64_t ms, uint16_t type, uint16_t code, int32_t value) {
+    return kemu::InputRecord{ms / 1000, ms % 1000 * 1000, type, code, value};
+}
+
+uint16_t parse_key(const char *text) {
+    for (const Key &k : kKeys)
+        if (strcmp(text, k.name) == 0)
+            return k.code;
+    return uint16_t(parse_uint(text, 0xffff, "KEY"));
+}
+
+// A press, then for a hold the repeats up to one exactly ms after the press,
+// then the release.
+Records key_press(uint16_t code, int64_t ms, bool hold) {
+    const int64_t t0 = now_ms();
+    Records r{input_record(t0, kEvKey, code, kKeyPress)};
+    if (hold) {
+        for (int64_t at = kRepeatDelayMs; at < ms; at += kRepeatPeriodMs)
+            r.push_back(input_record(t0 + at, kEvKey, code, kKeyRepeat));
+        r.push_back(input_record(t0 + ms, kEvKey, code, kKeyRepeat));
+    }
+    r.push_back(input_record(t0 + ms + (hold ? kReleaseAfterRepeatMs : 0), kEvKey, code, kKeyRelease));
+    return r;
+}
+
+// One write per record, so that a reader of 24 bytes always gets a whole one.
+int write_records(const Records &records) {
+    int fd = open(kemu::kInputDevice, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        throw Failure(std::string(kemu::kInputDevice) + ": " + strerror(errno));
+    for (const kemu::InputRecord &rec : records) {
+        pollfd room{fd, POLLOUT, 0};
+        ssize_t n = write(fd, &rec, sizeof rec);
+        while (n < 0 && errno == EAGAIN && poll(&room, 1, kInputWaitMs) > 0)
+            n = write(fd, &rec, sizeof rec);
+        if (n != ssize_t(sizeof rec)) {
+            const char *why = n < 0 && errno != EAGAIN ? strerror(errno) : "full, nobody reads it";
+            close(fd);
+            throw Failure(std::string(kemu::kInputDevice) + ": " + why);
+        }
+    }
+    close(fd);
+    return 0;
+}
+
 // ---- commands ----------------------------------------------------------------
 
+int cmd_button(int argc, char **argv) {
+    Records r;
+    if (argc >= 4 && strcmp(argv[0], "raw") == 0 && (argc - 1) % 3 == 0) {
+        const int64_t t0 = now_ms();
+        for (int i = 1; i < argc; i += 3) {
+            const auto type = uint16_t(parse_uint(argv[i], 0xffff, "TYPE"));
+            const auto code = uint16_t(parse_uint(argv[i + 1], 0xffff, "CODE"));
+            r.push_back(input_record(t0 + i / 3, type, code, parse_int(argv[i + 2], "VALUE")));
+        }
+    } else if (argc == 3 && (strcmp(argv[1], "hold") == 0 || strcmp(argv[1], "tap") == 0)) {
+        r = key_press(parse_key(argv[0]), parse_uint(argv[2], INT32_MAX, "MS"), strcmp(argv[1], "hold") == 0);
+    } else {
+        throw UsageError();
+    }
+    return write_records(r);
+}
+
+// A kernel without the PON driver, or with it again.
+int cmd_pon_presence(const std::string &sub) {
+    const std::string path = kemu::refusal_path(kemu::kProtoPon);
+    if (sub == "off" && kemu::mkdirs(kemu::kRoot) == 0)
+        write_file(path.c_str(), "");
+    else if (sub == "off" || (unlink(path.c_str()) != 0 && errno != ENOENT))
+        throw Failure(path + ": " + strerror(errno));
+    return 0;
+}
+
+
 int cmd_pon(const std::string &sub, int argc, char **argv) {
+    if (argc == 0 && (sub == "off" || sub == "on"))
+        return cmd_pon_presence(sub);
     if (argc != 1)
         throw UsageError();
     Datagram d;
@@ -303,14 +420,6 @@ int cmd_wlan_leave(int argc, char **argv) {
     return delivered ? 0 : 1;
 }
 
-void write_file(const char *path, const std::string &text) {
-    std::string tmp = std::string(path) + ".new";
-    FILE *f = fopen(tmp.c_str(), "we");
-    bool ok = f && fputs(text.c_str(), f) >= 0;
-    if (!f || fclose(f) != 0 || !ok || rename(tmp.c_str(), path) != 0)
-        throw Failure(std::string(path) + ": " + strerror(errno));
-}
-
 void print_file(const char *path) {
     if (FILE *f = fopen(path, "re")) {
         char buf[4096];
@@ -359,6 +468,8 @@ int run(int argc, char **argv) {
     }
     if (area == "wlan-leave")
         return cmd_wlan_leave(argc - 2, argv + 2);
+    if (area == "button")
+        return cmd_button(argc - 2, argv + 2);
     if (argc < 3)
         throw UsageError();
     std::string sub = argv[2];

@@ -45,6 +45,10 @@ extern "C" {
 
 int libzn_DbgLevel = 0;
 
+// The level of the platform debug log, the board setting "libzn_DbgLevel",
+// taken once when the library is loaded.
+__attribute__((constructor)) static void libzn_load_debug_level() { libzn_DbgLevel = board_int("libzn_DbgLevel", 0); }
+
 int libzn_sys_getProvince(char *buf) { return board_copy("province", buf, LIBZN_PROVINCE_LEN); }
 
 int libzn_sys_getPonMode(void) { return board_int("ponmode", -1); }

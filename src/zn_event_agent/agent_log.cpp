@@ -44,3 +44,11 @@ int lanhost_debug_level(const char *path, int current) {
     fclose(f);
     return current;
 }
+
+void agent_console(const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    vprintf(fmt, ap);
+    va_end(ap);
+    fflush(stdout);
+}

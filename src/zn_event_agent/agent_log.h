@@ -3,6 +3,7 @@
 // file changes at run time.
 #pragma once
 
+#include "libzn.h"
 #include "znsmsg.h"
 
 #define ZN_MODULE_NAME "zns_event_agent"
@@ -35,3 +36,14 @@ void zn_event_lanhost_log(int module, int level, const char *func, int line, con
 // asks for none: a first line of up to 7 characters read as a decimal number,
 // taken when it is not negative.
 int lanhost_debug_level(const char *path, int current);
+
+// Console: button and PON traces on standard output, flushed line by line
+// so that a redirected output shows them as they happen.
+void agent_console(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// Platform debug log, guarded by the level the platform exports: errors
+// above 0, debug lines above 2.
+#define ZN_DBG_ERROR(...) \
+    do { if (libzn_DbgLevel > 0) libzn_logPrint("libzn Error", __FILE__, __func__, __LINE__, __VA_ARGS__); } while (0)
+#define ZN_DBG_DEBUG(...) \
+    do { if (libzn_DbgLevel > 2) libzn_logPrint("libzn Debug", __FILE__, __func__, __LINE__, __VA_ARGS__); } while (0)

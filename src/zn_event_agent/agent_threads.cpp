@@ -8,6 +8,9 @@ char province[32];
 
 namespace {
 
+pthread_t btn_thread;
+pthread_t ponModeChangeThread;
+pthread_t kernelEventThread;
 pthread_t kernelKobjectThread;
 pthread_t lanhostThread;
 pthread_t timerThread;
@@ -24,6 +27,9 @@ struct Worker {
 
 // The workers in their order of creation.
 constexpr Worker kWorkers[] = {
+    {btn_handler, &btn_thread, Report::Stdout, "create btn_thread failed", false},
+    {ponEventHandler, &ponModeChangeThread, Report::ModuleLog, "create ponModeChangeThread failed\n", false},
+    {kernelEventHandler, &kernelEventThread, Report::ModuleLog, "create kernelEventHandler failed\n", false},
     {kernelKobjectEventHandler, &kernelKobjectThread, Report::ModuleLog, "create kernelKobjectEventHandler failed\n", false},
     {zn_event_lanhost_thread, &lanhostThread, Report::ModuleLog, "create zn_event_lanhost_thread failed\n", true},
     {timerEventHandler, &timerThread, Report::ModuleLog, "create timerEventHandler failed\n", false},

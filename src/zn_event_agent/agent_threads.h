@@ -13,6 +13,9 @@ void thread_join();
 extern char province[32];
 
 // The worker entries, by subsystem.
+void *btn_handler(void *arg);
+void *ponEventHandler(void *arg);
+void *kernelEventHandler(void *arg);
 void *kernelKobjectEventHandler(void *arg);
 void *zn_event_lanhost_thread(void *arg);
 void *timerEventHandler(void *arg);

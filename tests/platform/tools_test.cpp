@@ -1,13 +1,10 @@
-// The platform's tools and services as a firmware user meets them, each
-// test in its own virtual gateway process tree, where no agent test meets
-// them: the store's flash file read back, the bus's edges, the board and the
-// services of the subsystems still to come. The USB queries, the timed tasks
-// and the sleep mode are proven by the USB and timer tests.
+// The platform's tools and services where no agent test meets them, each
+// test in its own virtual gateway process tree: the store's flash file read
+// back, the bus's edges, the module log's override. The board settings, the
+// journal of the services and the USB queries are proven by the agent's
+// device, timer and USB tests.
 #include <sys/mman.h>
 
-#include <csignal>
-
-#include "libzn.h"
 #include "shell.h"
 #include "znsmsg.h"
 #include "znsutils.h"
@@ -64,27 +61,7 @@ TEST(Tools, TheBusRefusesOverlongEventsAndForgetsDepartedSubscribers) {
     EXPECT_EQ(sh("ls /run/zns_bus | grep -c '^sub\\.'").out, "0\n");
 }
 
-TEST(Tools, ServicesFollowTheBoardAndJournalTheirEffects) {
-    char province[LIBZN_PROVINCE_LEN] = "x";
-    EXPECT_EQ(libzn_sys_getProvince(province), -1);
-    EXPECT_STREQ(province, "");
-    ASSERT_TRUE(run("zncli board set province ZHJ && zncli board set ponmode 7 && zncli board set BTN_MODE.Mode 2"));
-    EXPECT_NE(sh("zncli board set 'a=b' 1").status, 0);
-    EXPECT_EQ(libzn_sys_getProvince(province), 0);
-    EXPECT_STREQ(province, "ZHJ");
-    EXPECT_EQ(libzn_sys_getPonMode(), 7);
-    char mode[LIBZN_BOARD_VALUE_LEN];
-    EXPECT_EQ(libzn_board_config_content_read("BTN_MODE", "Mode", mode), 0);
-    EXPECT_STREQ(mode, "2");
-
-    libzn_sys_led(0);
-    libzn_sys_turnOffLed(1);
-    ASSERT_TRUE(run("zncli sys flushnat"));
-    ASSERT_TRUE(run("zncli sys restoredefault"));
-    std::string journal = file_text("/var/log/zn_platform.journal");
-    for (const char *e : {" led 0\n", " turnOffLed 1\n", " flushnat zncli\n", " restoredefault zncli\n"})
-        EXPECT_NE(journal.find(e), std::string::npos) << e << " missing in:\n" << journal;
-
+TEST(Tools, TheModuleLogFollowsItsLevelAndItsOverride) {
     // The module log follows set_log_level, and an override, looked at once a
     // second, raises it at run time.
     zns_registerModule("zns_test");
