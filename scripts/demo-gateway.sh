@@ -92,8 +92,7 @@ ip -n operator link set fibre up
 expect "WAN link up on the bus (event 200 ETHER=eth4)" "after the WAN port came up" "$t" 5 bus_has "^200 0x[0-9a-f]* ETHER=eth4$"
 
 section "2. Hosts join the LAN"
-ZN_LEASE_NOTIFY=$(command -v lanhost_lease_notify || echo "$VGW_BUILD/tests/lanhost_lease_notify")
-export ZN_LEASE_NOTIFY
+# dnsmasq reports each lease to the agent, as the gateway's DHCP server does.
 dnsmasq --port=0 --interface=br0 --bind-interfaces --dhcp-range=192.168.1.100,192.168.1.150,3600 \
     --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script="$PWD/tests/lanhost/dnsmasq_lease.sh" \
     --pid-file=/tmp/dnsmasq.pid --log-facility=/tmp/dnsmasq.log
@@ -133,7 +132,7 @@ vgw host add stb lan3 "$STB_MAC"
 t=$(now_ns)
 # The set-top box renews with the operator's server; the agent snoops the request.
 stb_seen() { host_is "$STB_MAC" '.IPAddress == "192.168.1.53" and .LeaseTimeRemaining == -1'; }
-stb_request() { vgw host exec stb "$VGW_BUILD/tests/lanhost_dhcp_send" eth0 3 "$STB_MAC" 192.168.1.53 settop-box >/dev/null; stb_seen; }
+stb_request() { vgw host exec stb python3 tests/lanhost/send.py dhcp eth0 3 "$STB_MAC" 192.168.1.53 settop-box; stb_seen; }
 expect "set-top box on lan3 taken from its DHCP request" "after it first asked" "$t" 10 stb_request
 show_hosts
 

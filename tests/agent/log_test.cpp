@@ -1,9 +1,10 @@
-// The host tracker's log: thresholds, line format and the debug file.
+// The host tracker's log: its thresholds and the debug file that sets them.
+// The line format and the file's effect at run time are proven with the agent
+// (agent_system_test).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <regex>
 #include <string>
 
 #include "agent_log.h"
@@ -29,10 +30,9 @@ int level_from(const char *content, int current) {
 
 } // namespace
 
-TEST(LanhostLog, ThresholdsDecideAndLinesKeepTheirFormat) {
+TEST(LanhostLog, ThresholdsDecide) {
     zn_event_lanhost_log_init();
     EXPECT_EQ(printed(0, 1, "silent"), "") << "slot 0 starts at 0";
-    EXPECT_EQ(printed(1, 3, "x").empty(), false) << "slots 1 and 2 start at 3";
     EXPECT_EQ(printed(3, 0, "x"), "") << "no module 3, whatever the thresholds";
     EXPECT_EQ(printed(-1, 0, "x"), "");
 
@@ -42,11 +42,6 @@ TEST(LanhostLog, ThresholdsDecideAndLinesKeepTheirFormat) {
     EXPECT_EQ(printed(0, 4, "x"), "");
     zn_event_lanhost_log_levels[0] = -1;
     EXPECT_EQ(printed(0, 0, "x"), "") << "signed comparison";
-
-    zn_event_lanhost_log_levels[0] = 3;
-    const std::string line = printed(0, 1, "text\n");
-    EXPECT_TRUE(std::regex_match(line, std::regex(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\[zn_even_agent\]someFunc#42 text\n\n)")))
-        << line;
 }
 
 TEST(LanhostLog, DebugFileSetsSlotZero) {

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <string>
 
-#include "agent_process.h"
 #include "bridgedata.h"
 #include "shell.h"
 

@@ -5,7 +5,6 @@
 
 #include <string>
 
-#include "agent_process.h"
 #include "shell.h"
 
 using namespace std::string_literals;

@@ -1,6 +1,5 @@
 // Fuzz target: one frame of the ARP socket as the tracker reads it, with one
 // host on the list so that a reply from it is followed to the end.
-#include <cstring>
 
 #include "lanhost_arp.h"
 

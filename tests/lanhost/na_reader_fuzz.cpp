@@ -1,9 +1,6 @@
 // The advertisement reader on any frame, with a host whose probe waits.
 #include <sys/socket.h>
 
-#include <cstdint>
-#include <cstring>
-
 #include "lanhost.h"
 #include "lanhost_icmp6.h"
 #include "lanhost_table.h"

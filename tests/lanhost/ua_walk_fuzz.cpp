@@ -1,6 +1,5 @@
 // Fuzz target: one datagram of the user-agent channel as the tracker walks it.
 #include <cstdint>
-#include <cstring>
 
 #include "lanhost_useragent.h"
 

@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "agent_process.h"
 #include "shell.h"
 
 using zntest::eventually;
