@@ -45,6 +45,11 @@ constexpr Field kFields[] = {
     {"X_ZN_IPV6Address", Kind::Text, true},
     {"X_ZN_GUAIPAddress", Kind::Text, true},
     {"UTCDowntime", Kind::U32, true},
+    {"CustomiseName", Kind::Text, true},
+    {"Vendor", Kind::Text, false},
+    {"X_ZN_DUID", Kind::Text, false},
+    {"StartUptime", Kind::U32, false},
+    {"X_ZN_V6LeaseTimeRemaining", Kind::I32, false},
 };
 constexpr size_t kFieldCount = sizeof kFields / sizeof kFields[0];
 

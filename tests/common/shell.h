@@ -110,16 +110,22 @@ inline pid_t start_agent(const char *out = kAgentOut) {
 
 using Object = std::map<std::string, std::string>;
 
-// The objects of one table under Hosts ("Host", "OfflineHost") by index, as
-// znsUtil lists them: every parameter as text, a MAC in lower case.
+// The objects of one table under Hosts by index, every parameter as text and
+// a MAC in lower case. Host and OfflineHost come from the host table viewer,
+// as scripts read them; the other tables from a store listing.
 inline std::map<int, Object> hosts_table(const std::string &table) {
-    const std::string prefix = "InternetGatewayDevice.LANDevice.1.Hosts." + table + ".";
+    const bool viewed = table == "Host" || table == "OfflineHost";
+    const std::string listing =
+        viewed ? "znhosts --json | jq -r '." + std::string(table == "Host" ? "hosts" : "offline") +
+                     "[] | .index as $i | to_entries[] | \"\\($i).\\(.key)=\\(.value)\"'"
+               : "znsUtil -l InternetGatewayDevice.LANDevice.1.Hosts | sed -n 's/^InternetGatewayDevice"
+                 ".LANDevice.1.Hosts." + table + "\\.//p'";
     std::map<int, Object> objects;
-    std::istringstream lines(sh("znsUtil -l InternetGatewayDevice.LANDevice.1.Hosts").out);
+    std::istringstream lines(sh(listing).out);
     for (std::string line; std::getline(lines, line);) {
-        const size_t dot = line.find('.', prefix.size()), eq = line.find('=');
-        if (line.compare(0, prefix.size(), prefix) == 0 && dot < eq && eq != std::string::npos)
-            objects[std::stoi(line.substr(prefix.size()))][line.substr(dot + 1, eq - dot - 1)] = line.substr(eq + 1);
+        const size_t dot = line.find('.'), eq = line.find('=');
+        if (dot < eq && eq != std::string::npos && isdigit(static_cast<unsigned char>(line[0])))
+            objects[std::stoi(line)][line.substr(dot + 1, eq - dot - 1)] = line.substr(eq + 1);
     }
     return objects;
 }

@@ -43,6 +43,9 @@ TEST(HostTable, Ipv6AddressesClassifyAndCompare) {
     };
     for (const auto &[a, b, result] : compared)
         EXPECT_EQ(ipv6_compare_interface_id(a, b), result) << a << " " << b;
+    char joined[kIpv6TextRoom] = {};
+    EXPECT_EQ(ipv6_join_prefix_interface_id("2001:db8:1:2::9", "fe80::a:b:c:d", joined), 0);
+    EXPECT_STREQ(joined, "2001:db8:1:2:a:b:c:d");
 }
 
 // MAC text is checked where the MAC filter poll reads it (arp_test).
@@ -53,6 +56,7 @@ TEST(HostTable, Ipv4TextIsCheckedStrictly) {
                             "1.2.3.4 ", "*", "1.2.3.4;reboot", "1234.1.1.1"})
         EXPECT_EQ(ipv4_str_is_valid(bad), 0) << bad;
     EXPECT_EQ(ipv4_str_is_valid(nullptr), 0);
+    EXPECT_EQ(ipv4_same_subnet("192.168.1.20", "192.168.1.200", "255.255.255.0"), 1);
 }
 
 class BridgedPorts : public TrackerTest {};
