@@ -14,6 +14,7 @@
 #include "agent_log.h"
 #include "agent_threads.h"
 #include "byte_cursor.h"
+#include "netlink_walk.h"
 #include "lanhost_fd.h"
 #include "znsmsg.h"
 #include "znsutils.h"
@@ -113,22 +114,15 @@ int zn_event_kernel_netlink_sock_init() {
 } // namespace
 
 void link_walk(const uint8_t *buf, size_t len, LinkMsgFn fn) {
-    ByteCursor walk(buf, len);
-    nlmsghdr h;
-    while (walk.left() >= sizeof h) {
-        memcpy(&h, walk.peek(), sizeof h);
-        if (h.nlmsg_len < sizeof h || h.nlmsg_len > walk.left())
-            return;
+    netlink_datagram_walk(buf, len, [fn](const nlmsghdr &h, const uint8_t *msg) {
         bool quiet = false;
         for (uint16_t type : kQuietTypes)
             quiet = quiet || h.nlmsg_type == type;
         if (h.nlmsg_type == RTM_NEWLINK || h.nlmsg_type == RTM_DELLINK)
-            fn(walk.peek(), h.nlmsg_len);
+            fn(msg, h.nlmsg_len);
         else if (!quiet)
             ZN_LOG(0, "nh->nlmsg_type = %d\n", h.nlmsg_type);
-        if (!walk.skip(NLMSG_ALIGN(h.nlmsg_len)))
-            return;
-    }
+    });
 }
 
 void link_parse(const uint8_t *msg, size_t len, LinkMsg *out) {

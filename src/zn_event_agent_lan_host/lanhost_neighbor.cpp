@@ -22,6 +22,7 @@
 #include "lanhost_fd.h"
 #include "lanhost_port.h"
 #include "lanhost_store.h"
+#include "netlink_walk.h"
 
 namespace {
 
@@ -333,18 +334,11 @@ void zn_event_lanhost_neighbor_read_cb(evutil_socket_t fd, short, void *) {
 }
 
 void lanhost_neighbor_walk(const uint8_t *buf, size_t len, NeighborMsgFn fn) {
-    ByteCursor walk(buf, len);
-    nlmsghdr h;
-    while (walk.left() >= sizeof h) {
-        memcpy(&h, walk.peek(), sizeof h);
-        if (h.nlmsg_len < sizeof h || h.nlmsg_len > walk.left())
-            return;
+    netlink_datagram_walk(buf, len, [fn](const nlmsghdr &h, const uint8_t *msg) {
         for (uint16_t type : kWalkedTypes)
             if (h.nlmsg_type == type)
-                fn(type, walk.peek(), h.nlmsg_len);
-        if (!walk.skip(NLMSG_ALIGN(h.nlmsg_len)))
-            return;
-    }
+                fn(type, msg, h.nlmsg_len);
+    });
 }
 
 void lanhost_neighbor_dispatch(uint16_t type, const uint8_t *msg, size_t len) {

@@ -53,6 +53,9 @@ TEST_F(Agent, StartsBindsEverySocketGreetsAndFlushesTheBridge) {
 
     pid_t pid = start_agent();
     EXPECT_TRUE(eventually([&] { return sockets_bound(pid); })) << file_text("/proc/net/unix");
+    // Six workers beside the main thread, all at work.
+    const std::string tasks = "ls /proc/" + std::to_string(pid) + "/task | wc -l";
+    EXPECT_TRUE(eventually([&] { return sh(tasks).out == "7\n"; })) << sh(tasks).out;
     EXPECT_TRUE(eventually([] { return has(sh("znkernel log").out, "user space lanhost http thread"); }))
         << sh("znkernel log").out;
     EXPECT_TRUE(has(sh("vgw stubs").out,
