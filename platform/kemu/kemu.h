@@ -4,6 +4,7 @@
 // Both meet in the files below /run/znkemu.
 #pragma once
 
+#include <linux/input.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -97,15 +98,9 @@ constexpr uint32_t kNeighGroups = 4; // RTMGRP_NEIGH
 // FIFO open (the sandbox keeps one).
 constexpr const char *kInputDevice = "/dev/input/event0";
 
-// The kernel's input event on a 64-bit system.
-struct InputRecord {
-    int64_t sec;
-    int64_t usec;
-    uint16_t type;
-    uint16_t code;
-    int32_t value;
-};
-static_assert(sizeof(InputRecord) == 24 && offsetof(InputRecord, type) == 16 && offsetof(InputRecord, value) == 20);
+// The kernel's input event for a process of this build's word size: 24
+// bytes on a 64-bit system, 16 on a 32-bit one.
+using InputRecord = input_event;
 
 // ---- where sockets live ----------------------------------------------------
 

@@ -251,7 +251,13 @@ int64_t now_ms() {
 }
 
 kemu::InputRecord input_record(int64_t ms, uint16_t type, uint16_t code, int32_t value) {
-    return kemu::InputRecord{ms / 1000, ms % 1000 * 1000, type, code, value};
+    kemu::InputRecord r{};
+    r.input_event_sec = ms / 1000;
+    r.input_event_usec = ms % 1000 * 1000;
+    r.type = type;
+    r.code = code;
+    r.value = value;
+    return r;
 }
 
 uint16_t parse_key(const char *text) {
@@ -275,7 +281,7 @@ Records key_press(uint16_t code, int64_t ms, bool hold) {
     return r;
 }
 
-// One write per record, so that a reader of 24 bytes always gets a whole one.
+// One write per record, so that a reader of one record always gets a whole one.
 int write_records(const Records &records) {
     int fd = open(kemu::kInputDevice, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)

@@ -1,6 +1,7 @@
 #include "btn_reader.h"
 
 #include <fcntl.h>
+#include <linux/input.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -18,7 +19,10 @@
 namespace {
 
 constexpr const char *kInputDevice = "/dev/input/event0";
-constexpr size_t kInputRecordSize = 24; // the kernel's input event on a 64-bit system
+// One record is this build's struct input_event: the kernel writes a process
+// the layout of its own word size, a stamp of two longs, so 24 bytes on a
+// 64-bit system and 16 on a 32-bit one. The stamp is read as those longs.
+constexpr size_t kInputRecordSize = sizeof(input_event);
 constexpr uint16_t kEvKey = 1;
 enum KeyValue : int32_t { kRelease = 0, kPress = 1, kRepeat = 2 };
 constexpr long kTraceOnlyMode = 1; // board setting BTN_MODE
@@ -32,13 +36,6 @@ constexpr const char *kPhase2FlagCommand = "echo 1 > /userconfig/config/long_res
 constexpr uint64_t kCombinedWlanUpTo = 2999;
 constexpr uint64_t kLedSignalUpTo = 9999;
 constexpr uint64_t kPlainIdleUpTo = 9999;
-
-struct KeyRecord {
-    int64_t ms; // event time
-    uint16_t type;
-    uint16_t code;
-    int32_t value;
-};
 
 struct ButtonState {
     uint32_t pressed;
@@ -199,19 +196,6 @@ void reset_release(const ButtonState &s) {
     o.action();
 }
 
-// The record's fields, its time in milliseconds in signed 64-bit
-// arithmetic that wraps rather than overflows. kTooShort for a short read.
-Parse btn_parse(const uint8_t *bytes, size_t len, KeyRecord *out) {
-    *out = KeyRecord{};
-    ByteCursor c(bytes, len);
-    int64_t sec, usec;
-    if (len != kInputRecordSize || !c.take_into(&sec) || !c.take_into(&usec) || !c.take_into(&out->type) ||
-        !c.take_into(&out->code) || !c.take_into(&out->value))
-        return Parse::kTooShort;
-    out->ms = int64_t(uint64_t(sec) * 1000 + uint64_t(usec / 1000));
-    return Parse::kOk;
-}
-
 bool btn_trace_only() {
     char mode[LIBZN_BOARD_VALUE_LEN] = "";
     libzn_board_config_content_read("BTN_MODE", "Mode", mode);
@@ -252,6 +236,19 @@ void btn_handle(const KeyRecord &r) {
 }
 
 } // namespace
+
+Parse btn_parse(const uint8_t *bytes, size_t len, KeyRecord *out) {
+    *out = KeyRecord{};
+    ByteCursor c(bytes, len);
+    input_event ev;
+    if (len != kInputRecordSize || !c.take_into(&ev))
+        return Parse::kTooShort;
+    out->ms = int64_t(uint64_t(ev.input_event_sec) * 1000 + uint64_t(ev.input_event_usec / 1000));
+    out->type = ev.type;
+    out->code = ev.code;
+    out->value = ev.value;
+    return Parse::kOk;
+}
 
 int getResetType(uint8_t *type) {
     ScopedStore store;

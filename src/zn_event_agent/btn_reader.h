@@ -2,7 +2,21 @@
 // the records' own stamps, and on release what the press meant.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+
+#include "byte_cursor.h"
+
+// One record of the input device.
+struct KeyRecord {
+    int64_t ms; // event time
+    uint16_t type;
+    uint16_t code;
+    int32_t value;
+};
+// The record's fields, its time in milliseconds in signed 64-bit arithmetic
+// that wraps rather than overflows. kTooShort unless len is one whole record.
+Parse btn_parse(const uint8_t *bytes, size_t len, KeyRecord *out);
 
 // The store's reset type (byte 25 of the system configuration): 0, or -1
 // with *type untouched.

@@ -26,7 +26,10 @@ std::string message(uint16_t type, uint32_t flags, std::initializer_list<std::st
     return m;
 }
 
-std::string with_byte(std::string s, size_t at, char value) { return s.replace(at, 1, 1, value); }
+// s with a length field at `at` set, in host order and the field's own width.
+template <typename T> std::string with_len(std::string s, size_t at, T len) {
+    return s.replace(at, sizeof len, reinterpret_cast<char *>(&len), sizeof len);
+}
 
 std::string seen;
 
@@ -44,9 +47,9 @@ TEST(LinkWalk, MessagesOfADatagram) {
     const struct { const char *what; std::string datagram, seen; } cases[] = {
         {"two link messages and an address one", eth1 + message(RTM_NEWADDR, 0, {}) + ra, "16 eth1 up;17 ra0.0 down;"},
         {"15 bytes", eth1.substr(0, 15), ""},
-        {"a length of 12 ends the walk", with_byte(eth1, 0, 12) + ra, ""},
-        {"a length beyond the end ends the walk", eth1 + with_byte(ra, 0, char(ra.size() + 4)), "16 eth1 up;"},
-        {"an attribute of length 2 ends the attributes", with_byte(ra, 32, 2), "17 - down;"},
+        {"a length of 12 ends the walk", with_len(eth1, 0, uint32_t(12)) + ra, ""},
+        {"a length beyond the end ends the walk", eth1 + with_len(ra, 0, uint32_t(ra.size() + 4)), "16 eth1 up;"},
+        {"an attribute of length 2 ends the attributes", with_len(ra, 32, uint16_t(2)), "17 - down;"},
         {"the last of two names, without their NULs", message(RTM_NEWLINK, 0, {"eth1", "lan2"}), "16 lan2 down;"},
     };
     for (const auto &c : cases) {

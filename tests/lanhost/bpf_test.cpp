@@ -1,8 +1,10 @@
-// The tracker's packet-socket filters against real frames on a real bridge.
+// The tracker's packet-socket filters against real frames on a real bridge,
+// and the same programs on the same bytes through a socket pair on any CPU.
 #include <poll.h>
 
 #include <set>
 
+#include "lanhost_bpf.h"
 #include "tracker.h"
 
 using namespace zntest;
@@ -37,6 +39,19 @@ std::set<int> passed(int fd) {
     return tags;
 }
 
+const std::string kFrames[] = {
+    arp("ffffffffffff", 1, 1),      // broadcast ARP request: held back
+    arp(kGateway, 2, 2),            // unicast ARP reply
+    arp(kGateway, 1, 3),            // unicast ARP request
+    icmp6("3333ff000001", "87", 4), // multicast solicitation: held back
+    icmp6(kGateway, "88", 5),       // unicast advertisement
+    icmp6("333300000001", "88", 6), // multicast advertisement
+    icmp6(kGateway, "80", 7),       // echo request: held back
+    arp(kGateway, 2, 9),            // the last of each socket
+    icmp6(kGateway, "88", 9),
+};
+const std::set<int> kArpPassed = {2, 3, 9}, kAdvertPassed = {5, 6, 9};
+
 } // namespace
 
 class Filters : public TrackerTest {};
@@ -46,23 +61,35 @@ TEST_F(Filters, PassOnlyUnicastArpAndNeighbourAdvertisements) {
     int arpSocket = -1, ndSocket = -1;
     ASSERT_EQ(zn_event_arpPing_raw_sock_init(&arpSocket), 0);
     ASSERT_EQ(zn_event_icmpv6_raw_sock_init(&ndSocket), 0);
-    const std::string frames[] = {
-        arp("ffffffffffff", 1, 1),      // broadcast ARP request: held back
-        arp(kGateway, 2, 2),            // unicast ARP reply
-        arp(kGateway, 1, 3),            // unicast ARP request
-        icmp6("3333ff000001", "87", 4), // multicast solicitation: held back
-        icmp6(kGateway, "88", 5),       // unicast advertisement
-        icmp6("333300000001", "88", 6), // multicast advertisement
-        icmp6(kGateway, "80", 7),       // echo request: held back
-        arp(kGateway, 2, 9),            // the last of each socket
-        icmp6(kGateway, "88", 9),
-    };
     std::string all;
-    for (const std::string &f : frames)
+    for (const std::string &f : kFrames)
         all += " " + f;
     ASSERT_TRUE(run("vgw host exec pc python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py frame eth0" + all));
-    EXPECT_EQ(passed(arpSocket), (std::set<int>{2, 3, 9}));
-    EXPECT_EQ(passed(ndSocket), (std::set<int>{5, 6, 9}));
+    EXPECT_EQ(passed(arpSocket), kArpPassed);
+    EXPECT_EQ(passed(ndSocket), kAdvertPassed);
     close(arpSocket);
     close(ndSocket);
+}
+
+// The kernel runs a socket's program on a datagram's bytes as given; its loads
+// read them in wire order whatever the CPU.
+TEST(FilterPrograms, PassTheSameFramesThroughASocketPair) {
+    using lanhost_bpf::kArp, lanhost_bpf::kNeighborAdvert;
+    const std::tuple<const sock_filter *, size_t, std::set<int>> programs[] = {
+        {kArp, std::size(kArp), kArpPassed}, {kNeighborAdvert, std::size(kNeighborAdvert), kAdvertPassed}};
+    for (const auto &[program, length, passes] : programs) {
+        int fd[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, fd), 0);
+        const sock_fprog prog{uint16_t(length), const_cast<sock_filter *>(program)};
+        ASSERT_EQ(setsockopt(fd[1], SOL_SOCKET, SO_ATTACH_FILTER, &prog, sizeof prog), 0);
+        for (const std::string &f : kFrames) {
+            std::vector<uint8_t> bytes;
+            for (size_t i = 0; i < f.size(); i += 2)
+                bytes.push_back(uint8_t(std::stoul(f.substr(i, 2), nullptr, 16)));
+            send(fd[0], bytes.data(), bytes.size(), 0);
+        }
+        EXPECT_EQ(passed(fd[1]), passes);
+        close(fd[0]);
+        close(fd[1]);
+    }
 }

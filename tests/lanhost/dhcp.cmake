@@ -1,5 +1,6 @@
 # DHCP lease messages and snooped DHCP requests.
-zn_add_gtest(lanhost_dhcp_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/dhcp_test.cpp LIBS zn_lanhost SANDBOX)
+zn_add_gtest(lanhost_dhcp_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/dhcp_test.cpp LIBS zn_lanhost SANDBOX
+             UNIT LeaseMessage.SplitsAtRunsOfCommas DhcpOptions.*)
 # Its peers: dnsmasq with dnsmasq_lease.sh, udhcpc, and send.py.
 zn_add_gtest(lanhost_dhcp_system_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/dhcp_system_test.cpp SANDBOX)
 add_dependencies(lanhost_dhcp_system_test zn_event_agent znsUtil)
