@@ -3,7 +3,9 @@
   send.py unix PATH TEXT                  TEXT as one datagram to a unix socket
   send.py frame IFACE HEX...              Ethernet frames as they stand, in order
   send.py dhcp IFACE TYPE MAC [IP [NAME]] a DHCP client message of TYPE (1 discover, 3 request)
-                                          from 0.0.0.0:68, MAC its client identifier"""
+                                          from 0.0.0.0:68, MAC its client identifier
+  send.py macs IFACE FIRST COUNT          one broadcast frame from each of COUNT source MACs
+                                          02:00:00:00:00:00 + FIRST, FIRST+1, ... as fast as it can"""
 import socket
 import struct
 import sys
@@ -16,6 +18,14 @@ elif kind == "frame":
     s.bind((args[0], 0))
     for frame in args[1:]:
         s.send(bytes.fromhex(frame))
+elif kind == "macs":
+    s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+    s.bind((args[0], 0))
+    first, count = int(args[1]), int(args[2])
+    for i in range(first, first + count):
+        # 0x88b5 is the local experimental EtherType: the bridge learns the
+        # source, and no protocol stack on the far side answers.
+        s.send(b"\xff" * 6 + bytes([2, 0]) + i.to_bytes(4, "big") + b"\x88\xb5" + bytes(46))
 elif kind == "dhcp":
     mac = bytes.fromhex(args[2].replace(":", ""))
     opts = bytes([53, 1, int(args[1]), 61, 7, 1]) + mac
