@@ -27,9 +27,9 @@ cpu_seconds() {  # user + system time of a running process
 failed=()
 mkdir -p build-fuzz/fuzz
 for name in "${targets[@]}"; do
-    bin=$(find build-fuzz/tests -type f -name "$name" -perm -u+x | head -1)
+    bin=build-fuzz/bin/$name
     corpus=$(find tests -path "*/corpus/$name" -type d | head -1)
-    [[ -n $bin && -n $corpus ]] || { echo "fuzz: no target $name" >&2; failed+=("$name"); continue; }
+    [[ -x $bin && -n $corpus ]] || { echo "fuzz: no target $name" >&2; failed+=("$name"); continue; }
     work=build-fuzz/fuzz/$name
     mkdir -p "$work/corpus"
     log=$work/run.log
