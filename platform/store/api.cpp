@@ -23,9 +23,9 @@ using namespace zns;
 
 Region *region_of(zns_xml_handle_t *h) { return h ? h->region : nullptr; }
 
-// vsnprintf for what instance values are made of, text and "%d" or "%u",
-// at a fraction of its cost: every scan over a table builds one per index.
-// -1 for any other conversion or when the text doesn't fit.
+// vsnprintf for what instance values are made of, text and "%d", at a
+// fraction of its cost: every scan over a table builds one per index. -1
+// for any other conversion or when the text doesn't fit.
 int format_indexes(char *out, size_t size, const char *format, va_list ap) {
     char *o = out, *const last = out + size - 1; // the NUL's place
     for (const char *f = format; *f; f++) {
@@ -35,13 +35,9 @@ int format_indexes(char *out, size_t size, const char *format, va_list ap) {
             *o++ = *f;
             continue;
         }
-        std::to_chars_result r;
-        if (*++f == 'd')
-            r = std::to_chars(o, last, va_arg(ap, int));
-        else if (*f == 'u')
-            r = std::to_chars(o, last, va_arg(ap, unsigned));
-        else
+        if (*++f != 'd')
             return -1;
+        const std::to_chars_result r = std::to_chars(o, last, va_arg(ap, int));
         if (r.ec != std::errc())
             return -1;
         o = r.ptr;
