@@ -1,67 +1,149 @@
-// Cost of the store operations on the host tracker's hot paths, with a full
-// Host table. Run inside the sandbox: tests/sandbox/vgw run -- build/bench/store_bench
+// Where the time of one host synchronisation goes, with a full Host table:
+// the tracker's own synchronisation, the store calls behind it, and the
+// lease-file search it runs through the shell. Writes the gateway's store
+// and /etc/dnsmasq.leases: run inside the sandbox only,
+//   tests/sandbox/vgw run -- build/bench/store_bench
 #include <benchmark/benchmark.h>
+#include <sys/socket.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
-#include "znsutils.h"
+#include "lanhost.h"
+#include "lanhost_store.h"
+#include "lanhost_table.h"
 
 namespace {
 
-constexpr uint32_t kHost = 156;
-constexpr int kHosts = 255;
+constexpr int kHosts = 250;
+constexpr const char kLeaseFile[] = "/etc/dnsmasq.leases";
 
-zns_ia_t host_ia(int i) { return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 2, "1,%d", i); }
-
-zns_xml_handle_t *full_store() {
-    static zns_xml_handle_t *h = [] {
-        zns_xml_handle_t *s = zns_xmlShmInit();
-        for (int i = 1; i <= kHosts; i++) {
-            uint8_t mac[6] = {2, 0, 0, 0, 0, uint8_t(i)};
-            zns_param_list_t *l = newParameterList();
-            setParameterToList(l, "MACAddress", ZNS_TYPE_MAC, mac);
-            znsXml_addObjectByOIDIWithParaListIndirect(s, kHost, host_ia(i), l);
-            freeParameterList(l);
-        }
-        return s;
-    }();
-    return h;
+void host_mac(int i, uint8_t (&mac)[6]) {
+    const uint8_t m[6] = {2, 0, 0, 0, uint8_t(i >> 8), uint8_t(i)};
+    memcpy(mac, m, sizeof mac);
 }
 
-// What a look-up of a host by MAC costs: a scan of every index.
-void BM_HostScanByMac(benchmark::State &state) {
-    zns_xml_handle_t *h = full_store();
-    const uint8_t last[6] = {2, 0, 0, 0, 0, kHosts};
+std::string host_ip(int i) { return "192.168.1." + std::to_string(i); }
+
+// The record of the last host of the full table.
+lhost *lastHost;
+
+// A record per host as the bridge and its lease made it, each published by
+// the tracker's own synchronisation, and a lease file with a line for each.
+void fill_table() {
+    storeHandle = zns_xmlShmInit();
+    FILE *leases = fopen(kLeaseFile, "we");
+    for (int i = 1; i <= kHosts; i++) {
+        lhost *h = list_init_add_lhost();
+        host_mac(i, h->mac);
+        lanhost_mac_text(h->mac, true, h->macAddr);
+        lanhost_copy_text(h->brPortName, "eth1");
+        lanhost_copy_text(h->ipAddr, host_ip(i).c_str());
+        lanhost_copy_text(h->ipAddrSource, "DHCP");
+        lanhost_copy_text(h->HostName, "host");
+        h->active = 1;
+        wrapperZns_lanhost_update(h->mac, h->ipAddr, AF_INET, 0);
+        char mac[kMacTextSize];
+        lanhost_mac_text(h->mac, false, mac);
+        if (leases)
+            fprintf(leases, "%d %s %s host-%d * 86400\n", 1000 + i, mac, h->ipAddr, i);
+        lastHost = h;
+    }
+    if (leases)
+        fclose(leases);
+}
+
+// One synchronisation of the last host that changes its name: look-ups over
+// every table it touches and one write. With a static address the tracker
+// also searches the lease file for it.
+void BM_HostSync(benchmark::State &state) {
+    lhost *h = lastHost;
+    const bool leaseSearch = state.range(0) != 0;
+    int round = 0;
     for (auto _ : state) {
-        void *found = nullptr;
-        for (int i = 1; i <= kHosts && !found; i++) {
-            auto *obj = static_cast<uint8_t *>(znsXml_GetObjectByOID(h, kHost, host_ia(i), 1));
-            if (obj && memcmp(obj + 16, last, 6) == 0)
-                found = obj;
-        }
-        benchmark::DoNotOptimize(found);
+        lanhost_copy_text(h->ipAddrSource, leaseSearch ? "Static" : "DHCP");
+        lanhost_copy_text(h->HostName, ++round % 2 ? "odd" : "even");
+        wrapperZns_lanhost_update(h->mac, h->ipAddr, AF_INET, 0);
     }
 }
-BENCHMARK(BM_HostScanByMac);
+BENCHMARK(BM_HostSync)->ArgName("lease_search")->Arg(0)->Arg(1);
+
+// The tracker's search of the lease file, alone: "grep ADDRESS FILE" through a pipe.
+void BM_LeaseFileSearch(benchmark::State &state) {
+    const std::string cmd = "grep " + host_ip(kHosts) + " " + kLeaseFile;
+    for (auto _ : state) {
+        char line[128] = "";
+        FILE *out = popen(cmd.c_str(), "r");
+        if (!out || !fgets(line, sizeof line, out))
+            state.SkipWithError("no lease line");
+        if (out)
+            pclose(out);
+    }
+}
+BENCHMARK(BM_LeaseFileSearch);
+
+// The store calls one synchronisation is made of.
+void BM_HostFindByMac(benchmark::State &state) {
+    lhost *h = lastHost;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(lanhost_host_find(h->mac));
+}
+BENCHMARK(BM_HostFindByMac);
+
+void BM_GetParameter(benchmark::State &state) {
+    char name[130];
+    for (auto _ : state)
+        benchmark::DoNotOptimize(
+            znsXml_getParameterByOID(storeHandle, kOidHost, lanhost_instance(kHosts), "HostName", name));
+}
+BENCHMARK(BM_GetParameter);
 
 void BM_GetObjectByName(benchmark::State &state) {
-    zns_xml_handle_t *h = full_store();
+    const std::string path = "InternetGatewayDevice.LANDevice.1.Hosts.Host." + std::to_string(kHosts) + ".HostName";
     for (auto _ : state)
-        benchmark::DoNotOptimize(znsXml_GetObjectByName(h, "InternetGatewayDevice.LANDevice.1.Hosts", 1));
+        benchmark::DoNotOptimize(znsXml_GetObjectByName(storeHandle, path.c_str(), 1));
 }
 BENCHMARK(BM_GetObjectByName);
 
 // A write that changes one field of a host, under the writers' lock.
 void BM_SetParameter(benchmark::State &state) {
-    zns_xml_handle_t *h = full_store();
     uint32_t uptime = 0;
     for (auto _ : state) {
         uptime++;
-        znsXml_setOneParameterByOIDIndirect(h, kHost, host_ia(128), "StartUptime", ZNS_TYPE_UINT32, &uptime);
+        znsXml_setOneParameterByOIDIndirect(storeHandle, kOidHost, lanhost_instance(kHosts / 2), "StartUptime",
+                                            ZNS_TYPE_UINT32, &uptime);
     }
 }
 BENCHMARK(BM_SetParameter);
 
+// A host leaving the table and coming back at the same index.
+void BM_DeleteAndAddHost(benchmark::State &state) {
+    lhost *h = lastHost;
+    zns_param_list_t *list = newParameterList();
+    setParameterToList(list, "MACAddress", ZNS_TYPE_MAC, h->mac);
+    for (auto _ : state) {
+        znsXml_delObjectByOIDIAIndirect(storeHandle, kOidHost, lanhost_instance(kHosts));
+        znsXml_addObjectByOIDIWithParaListIndirect(storeHandle, kOidHost, lanhost_instance(kHosts), list);
+    }
+    freeParameterList(list);
+}
+BENCHMARK(BM_DeleteAndAddHost);
+
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv) {
+    const char *inside = getenv("VGW_INSIDE");
+    if (!inside || strcmp(inside, "1") != 0) {
+        fprintf(stderr, "store_bench writes the gateway's store and %s: run it in tests/sandbox/vgw run\n", kLeaseFile);
+        return 2;
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    fill_table();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -18,6 +18,7 @@ constexpr uint64_t kIaMask = (1u << kIaBits) - 1;
 struct Model {
     std::vector<ObjectLayout> objects;
     std::vector<std::vector<ParamLayout>> params;
+    std::vector<std::vector<std::string>> segments; // of each object's path, split once
     std::map<uint32_t, size_t> by_oid;
 };
 
@@ -80,6 +81,7 @@ const Model &model() {
         const size_t n = sizeof kModel / sizeof kModel[0];
         m.objects.resize(n);
         m.params.resize(n);
+        m.segments.resize(n);
         std::map<std::string, size_t> by_path;
         for (size_t i = 0; i < n; i++) {
             const ObjectDef &def = kModel[i];
@@ -90,6 +92,7 @@ const Model &model() {
             for (size_t pos = 0; (pos = path.find("{i}", pos)) != std::string::npos; pos += 3)
                 depth++;
             m.objects[i] = {&def, m.params[i].data(), m.params[i].size(), size, depth, nullptr};
+            m.segments[i] = split_path(path);
             m.by_oid[def.oid] = i;
             by_path[path] = i;
         }
@@ -171,8 +174,9 @@ int dm_parse_path(const char *path, bool allow_param, const ObjectLayout **obj, 
         if (with_param && segs.size() < 2)
             break;
         const size_t n = segs.size() - size_t(with_param);
-        for (const ObjectLayout &o : m.objects) {
-            std::vector<std::string> t = split_path(o.def->path);
+        for (size_t k = 0; k < m.objects.size(); k++) {
+            const ObjectLayout &o = m.objects[k];
+            const std::vector<std::string> &t = m.segments[k];
             if (t.size() != n)
                 continue;
             uint32_t idx[kMaxDepth];

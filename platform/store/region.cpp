@@ -16,7 +16,11 @@
 namespace zns {
 namespace {
 
-constexpr uint32_t kMagic = 0x5a4e5331; // "ZNS1"
+constexpr uint32_t kMagic = 0x5a4e5332; // "ZNS2": the region's layout
+constexpr uint32_t kIndexDeleted = ~0u;
+// Past this many used buckets an add rebuilds the index, so that probes
+// always meet an empty bucket.
+constexpr uint32_t kIndexRebuildMark = kIndexSize / 4 * 3;
 
 uint32_t model_signature() {
     // FNV-1a over every object's layout: a region made by a build with
@@ -43,6 +47,75 @@ uint32_t model_signature() {
 
 uint32_t load_acquire(const uint32_t *p) { return __atomic_load_n(p, __ATOMIC_ACQUIRE); }
 void store_release(uint32_t *p, uint32_t v) { __atomic_store_n(p, v, __ATOMIC_RELEASE); }
+
+uint32_t index_next(uint32_t bucket) { return (bucket + 1) & (kIndexSize - 1); }
+
+uint32_t index_home(uint32_t oid, zns_ia_t ia) {
+    uint64_t x = ia ^ (uint64_t(oid) * 0x9e3779b97f4a7c15u);
+    x ^= x >> 31;
+    x *= 0xbf58476d1ce4e5b9u;
+    x ^= x >> 29;
+    return uint32_t(x) & (kIndexSize - 1);
+}
+
+Slot *index_probe(Region *r, uint32_t oid, zns_ia_t ia) {
+    uint32_t b = index_home(oid, ia);
+    for (uint32_t n = 0; n < kIndexSize; n++, b = index_next(b)) {
+        const uint32_t v = load_acquire(&r->index[b]);
+        if (v == 0)
+            return nullptr;
+        Slot *s = v != kIndexDeleted ? &r->slots[v - 1] : nullptr;
+        if (s && slot_live(s) && s->oid == oid && s->ia == ia)
+            return s;
+    }
+    return nullptr;
+}
+
+Slot *slot_scan(Region *r, uint32_t oid, zns_ia_t ia) {
+    uint32_t n = load_acquire(&r->slot_hwm);
+    for (uint32_t i = 0; i < n; i++) {
+        Slot *s = &r->slots[i];
+        if (slot_live(s) && s->oid == oid && s->ia == ia)
+            return s;
+    }
+    return nullptr;
+}
+
+// Writers of the index, under the lock. A new entry takes the first bucket
+// of its probe that is empty or deleted: buckets before it stay in use, so
+// a reader's probe never stops short of a key that stays live.
+void index_put(Region *r, uint32_t slot) {
+    uint32_t b = index_home(r->slots[slot].oid, r->slots[slot].ia);
+    while (r->index[b] != 0 && r->index[b] != kIndexDeleted)
+        b = index_next(b);
+    if (r->index[b] == 0)
+        r->index_used++;
+    store_release(&r->index[b], slot + 1);
+}
+
+void index_erase(Region *r, uint32_t slot) {
+    for (uint32_t b = index_home(r->slots[slot].oid, r->slots[slot].ia); r->index[b] != 0; b = index_next(b)) {
+        if (r->index[b] == slot + 1) {
+            store_release(&r->index[b], kIndexDeleted);
+            return;
+        }
+    }
+}
+
+// Deleted buckets only ever pile up: a rebuild empties them, and mends an
+// index that a writer left half-changed when it died.
+void index_rebuild(Region *r) {
+    const uint32_t gen = r->index_gen;
+    __atomic_store_n(&r->index_gen, gen + 1, __ATOMIC_RELAXED);
+    __atomic_thread_fence(__ATOMIC_RELEASE);
+    for (uint32_t &b : r->index)
+        __atomic_store_n(&b, 0u, __ATOMIC_RELAXED);
+    r->index_used = 0;
+    for (uint32_t i = 0; i < r->slot_hwm; i++)
+        if (slot_live(&r->slots[i]))
+            index_put(r, i);
+    store_release(&r->index_gen, gen + 2);
+}
 
 int init_lock(pthread_mutex_t *m) {
     pthread_mutexattr_t a;
@@ -188,8 +261,10 @@ Region *region_map() {
 }
 
 RegionLock::RegionLock(Region *r) : r_(r) {
-    if (pthread_mutex_lock(&r_->lock) == EOWNERDEAD)
+    if (pthread_mutex_lock(&r_->lock) == EOWNERDEAD) {
         pthread_mutex_consistent(&r_->lock);
+        index_rebuild(r_);
+    }
 }
 
 RegionLock::~RegionLock() { pthread_mutex_unlock(&r_->lock); }
@@ -197,23 +272,22 @@ RegionLock::~RegionLock() { pthread_mutex_unlock(&r_->lock); }
 bool slot_live(const Slot *s) { return load_acquire(&s->state) == kSlotLive; }
 
 Slot *slot_find(Region *r, uint32_t oid, zns_ia_t ia) {
-    uint32_t n = load_acquire(&r->slot_hwm);
-    for (uint32_t i = 0; i < n; i++) {
-        Slot *s = &r->slots[i];
-        if (slot_live(s) && s->oid == oid && s->ia == ia)
+    const uint32_t gen = load_acquire(&r->index_gen);
+    if (gen % 2 == 0) {
+        Slot *s = index_probe(r, oid, ia);
+        __atomic_thread_fence(__ATOMIC_ACQUIRE);
+        if (__atomic_load_n(&r->index_gen, __ATOMIC_RELAXED) == gen)
             return s;
     }
-    return nullptr;
+    return slot_scan(r, oid, ia);
 }
 
+// Records are handed out in slot order and never move: rec_off rises with
+// the slot number.
 Slot *slot_at_offset(Region *r, uint32_t rec_off) {
-    uint32_t n = load_acquire(&r->slot_hwm);
-    for (uint32_t i = 0; i < n; i++) {
-        Slot *s = &r->slots[i];
-        if (slot_live(s) && s->rec_off == rec_off)
-            return s;
-    }
-    return nullptr;
+    Slot *end = r->slots + load_acquire(&r->slot_hwm);
+    Slot *s = std::lower_bound(r->slots, end, rec_off, [](const Slot &a, uint32_t off) { return a.rec_off < off; });
+    return s != end && s->rec_off == rec_off && slot_live(s) ? s : nullptr;
 }
 
 void *slot_record(Region *r, const Slot *s) { return region_base(r) + s->rec_off; }
@@ -263,6 +337,10 @@ int region_add(Region *r, const ObjectLayout *obj, zns_ia_t ia, const std::vecto
     apply_values(obj, rec, values);
     s->ia = ia;
     store_release(&s->state, kSlotLive);
+    if (r->index_used >= kIndexRebuildMark)
+        index_rebuild(r); // takes in the new slot too
+    else
+        index_put(r, uint32_t(s - r->slots));
     bump_counter(r, obj, ia);
     return 0;
 }
@@ -273,13 +351,16 @@ int region_delete(Region *r, const ObjectLayout *obj, zns_ia_t ia) {
         return -1;
     for (uint32_t i = 0; i < r->slot_hwm; i++) {
         Slot *s = &r->slots[i];
-        if (!slot_live(s) || s == target)
+        if (!slot_live(s) || s == target || !ia_has_prefix(s->ia, ia, obj->depth))
             continue;
         const ObjectLayout *o = dm_object(s->oid);
-        if (o != obj && dm_in_subtree(o, obj->def->oid) && ia_has_prefix(s->ia, ia, obj->depth))
+        if (o != obj && dm_in_subtree(o, obj->def->oid)) {
             store_release(&s->state, kSlotFree);
+            index_erase(r, i);
+        }
     }
     store_release(&target->state, kSlotFree);
+    index_erase(r, uint32_t(target - r->slots));
     bump_counter(r, obj, ia);
     return 0;
 }
@@ -296,6 +377,7 @@ int region_set(Region *r, Slot *s, const std::vector<ParamValue> &values) {
 void region_clear(Region *r) {
     for (uint32_t i = 0; i < r->slot_hwm; i++)
         store_release(&r->slots[i].state, kSlotFree);
+    index_rebuild(r);
 }
 
 void region_reset_counters(Region *r) {

@@ -1,6 +1,6 @@
 // The shared-memory region behind the store: a header with the one writers'
-// lock, a table of object slots and an arena of records. Readers scan the
-// slot table without the lock; every change happens under it.
+// lock, an index of the live slots, a table of object slots and an arena of
+// records. Readers look up without the lock; every change happens under it.
 #pragma once
 
 #include <pthread.h>
@@ -17,6 +17,7 @@ constexpr const char *kShmName = "/zns_store";
 constexpr const char *kSaveFile = "/userconfig/config/zns_store.conf";
 constexpr uint32_t kMaxSlots = 8192;
 constexpr uint32_t kArenaSize = 16u << 20;
+constexpr uint32_t kIndexSize = 2 * kMaxSlots; // a power of two: at most half of it is live
 
 enum SlotState : uint32_t { kSlotFree = 0, kSlotLive = 1 };
 
@@ -35,7 +36,14 @@ struct Region {
     uint32_t slot_hwm;
     pthread_mutex_t lock;
     uint32_t arena_used;
+    // Live slots by (oid, instance), probed linearly from the key's hash: a
+    // bucket holds a slot's number + 1, 0 when never used, or a mark that
+    // its slot was deleted. index_gen is odd while a writer rebuilds the
+    // index; a reader that meets a rebuild scans the slots instead.
+    uint32_t index_gen;
+    uint32_t index_used; // buckets that are not 0
     uint32_t pad;
+    uint32_t index[kIndexSize];
     Slot slots[kMaxSlots];
 };
 

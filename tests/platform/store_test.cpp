@@ -89,9 +89,11 @@ TEST(Store, TwoProcessesAndManyThreadsLoseAndTearNothing) {
         _exit(0);
     }
 
-    // A text flipping between a full and a short value under lock-free readers.
+    // A text flipping between a full and a short value under lock-free
+    // readers, while instances new to the store come and go until their
+    // look-up structures are rebuilt: the reader must never miss the object.
     std::atomic<bool> stop{false};
-    std::atomic<long> overruns{0};
+    std::atomic<long> overruns{0}, misses{0};
     ASSERT_EQ(znsXml_addObjectByOIDIAIndirect(h, kHost, host_ia(250), 0, 0), 0);
     std::thread flipper([&] {
         zns_xml_handle_t *fh = zns_xmlShmInit();
@@ -101,12 +103,20 @@ TEST(Store, TwoProcessesAndManyThreadsLoseAndTearNothing) {
                                                 i % 2 ? longest.c_str() : "BB");
         zns_xmlShmDeInit(&fh);
     });
+    std::thread churner([] {
+        zns_xml_handle_t *ch = zns_xmlShmInit();
+        for (int i = 256; i <= 32767; i++) {
+            znsXml_addObjectByOIDIAIndirect(ch, kHost, host_ia(i), 0, 0);
+            znsXml_delObjectByOIDIAIndirect(ch, kHost, host_ia(i));
+        }
+        zns_xmlShmDeInit(&ch);
+    });
     std::thread reader([&] {
         auto *rec = static_cast<const char *>(znsXml_GetObjectByOID(h, kHost, host_ia(250), 1));
         while (!stop) {
             char copy[kHostNameWidth + 16];
             memset(copy, 'x', sizeof copy);
-            znsXml_getParameterByOID(h, kHost, host_ia(250), "HostName", copy);
+            misses += znsXml_getParameterByOID(h, kHost, host_ia(250), "HostName", copy) != 0;
             if (strnlen(rec + kHostNameOffset, kHostNameWidth) == kHostNameWidth ||
                 strnlen(copy, sizeof copy) >= kHostNameWidth)
                 overruns++;
@@ -115,11 +125,13 @@ TEST(Store, TwoProcessesAndManyThreadsLoseAndTearNothing) {
     run_workers(0);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
+    churner.join();
     stop = true;
     flipper.join();
     reader.join();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_EQ(overruns, 0);
+    EXPECT_EQ(misses, 0);
 
     for (int w = 0; w < 2 * kWorkersPerProcess; w++) {
         for (int k = 0; k < kInstancesPerWorker; k++) {
