@@ -6,8 +6,9 @@
 # bridge learns them and the tracker makes a host record of each report it
 # reads. "options": the user-agent module reports a DHCP option request for
 # each of SIZE MACs; the tracker keeps an entry for each. Prints one row per
-# flood once the agent has read all there is to read. The bridge's limit of
-# learnt entries (tests/lanhost/fdb_limit.py) is left at none.
+# flood once the agent has read all there is to read. FLOOD_FDB_MAX sets the
+# bridge's limit of learnt entries (tests/lanhost/fdb_limit.py); by default
+# there is none.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 src=$PWD
@@ -55,6 +56,7 @@ inside() {
     vgw lan up
     # Entries outlive the run, so that no record goes before it is counted.
     ip link set br0 type bridge ageing_time 360000
+    python3 "$src/tests/lanhost/fdb_limit.py" br0 "${FLOOD_FDB_MAX:-0}" >/dev/null
     echo 3 >/tmp/zn_event_agent_lanhost_debug
     ip neigh replace 192.168.1.254 lladdr 02:00:00:00:99:99 dev br0 nud stale
     zn_event_agent >"$out" 2>&1 &
