@@ -13,6 +13,7 @@ namespace {
 
 constexpr const char *kWan = "InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1";
 constexpr const char *kEthernetPath = "InternetGatewayDevice.LANDevice.1.LANEthernetInterfaceConfig.";
+constexpr const char *kFdbLimit = "python3 " ZN_SOURCE_DIR "/tests/lanhost/fdb_limit.py br0";
 
 size_t count(const std::string &text, const std::string &part) {
     size_t n = 0;
@@ -60,6 +61,7 @@ protected:
         if (agent_ > 0)
             stop_process(agent_);
         sh("ip link set br0 type bridge ageing_time 30000");
+        sh(kFdbLimit + std::string(" 0"));
         sh(std::string("znsUtil -s ") + kWan + " ConnectionType string IP_Routed");
     }
     pid_t agent_ = -1;
@@ -165,4 +167,34 @@ TEST_F(Liveness, HostOnABridgedWanPortIsProbedOnEachReportAndTakesAddressesFromR
         return count(log(), "arpIp=10.9.9.9 lhostIp=192.168.1.41 change, mac=" + other) > 0;
     })) << log();
     EXPECT_EQ(host_object(other)["IPAddress"], "192.168.1.41") << "an unbridged port keeps its address";
+}
+
+TEST_F(Liveness, TheBridgesLimitOfLearntEntriesBoundsTheRecordsOfAFlood) {
+    // A host sends from more MACs than br0 may learn, its own the first of
+    // them. The agent makes a record of each MAC the bridge learnt and of no
+    // other, and when the bridge forgets them it lets all of them go.
+    const struct {
+        int limit, flood;
+    } rows[] = {{1, 5}, {10, 100}, {50, 2000}};
+    ASSERT_TRUE(eventually([] { return log().find("macAgeingDetect timer call back") != std::string::npos; }));
+    int row = 0;
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.limit);
+        const std::string prefix = "02:00:0" + std::to_string(++row) + ":", host = "flood" + std::to_string(row),
+                          limit = std::to_string(r.limit) + "\n";
+        ASSERT_TRUE(run(kFdbLimit + std::string(" ") + std::to_string(r.limit)));
+        add_host(host, "lan" + std::to_string(row), prefix + "00:00:00", "192.168.1.5" + std::to_string(row));
+        ASSERT_TRUE(run("vgw host exec " + host + " python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py macs eth0 " +
+                        std::to_string(row << 24) + " " + std::to_string(r.flood)));
+        EXPECT_EQ(sh("bridge fdb show br br0 | grep -c ^" + prefix).out, limit);
+        auto records = [&] { return std::to_string(count(log(), "RTM_NEWNEIGH macAddr:" + prefix)) + "\n"; };
+        EXPECT_TRUE(eventually([&] { return records() == limit; }, 30s)) << records() << log();
+
+        ASSERT_TRUE(run("ip link set br0 type bridge fdb_flush && vgw host del " + host));
+        EXPECT_TRUE(eventually(
+            [&] { return std::to_string(count(log(), "delet lhost macAddr=" + prefix)) + "\n" == limit; }, 30s))
+            << log();
+        EXPECT_EQ(records(), limit);
+    }
+    EXPECT_EQ(kill(agent_, 0), 0);
 }
