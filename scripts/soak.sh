@@ -39,7 +39,7 @@ mkdir -p $DIR
 # bounded.
 PORTS=(eth1 lan2 lan3 ra0.0 rax1.0 wlan0.2)
 MAC_VARIANTS=4
-declare -a HOST_MAC=()
+declare -a HOST_MAC=() QUIET=()
 # USB slots: NAME and plug options.
 USB_NAMES=(sda1 sdb1)
 USB_OPTS=("--bus usb1 --fs vfat --label SOAK1" "--bus usb2 --fs ntfs --label SOAK2")
@@ -130,9 +130,17 @@ join() {
 }
 leave() {
     local i=$1 mac=${HOST_MAC[$1]}
-    HOST_MAC[i]=
+    HOST_MAC[i]= QUIET[i]=
     vgw host del "h$i"
     case ${PORTS[i]} in ra* | wlan*) znkernel wlan-leave "$mac" > /dev/null ;; esac
+}
+# A host that stops answering (or speaks again): the tracker's ageing and
+# probes take it offline, its next frame back online.
+quiet() {
+    local ignore=8
+    [ -n "${QUIET[$1]:-}" ] && ignore=0
+    vgw host exec "h$1" sysctl -qw net.ipv4.conf.all.arp_ignore=$ignore || return 1
+    if [ $ignore = 8 ]; then QUIET[$1]=1; else QUIET[$1]=; vgw host exec "h$1" ping -c 1 -W 1 192.168.1.1; fi
 }
 flap_port() { ip link set "$1" down && sleep 1 && ip link set "$1" up; }
 flap_wan() { ip -n operator link set fibre down && sleep 2 && ip -n operator link set fibre up; }
@@ -164,7 +172,7 @@ churn_step() {
         4) act ping vgw host exec "h$i" ping -c 2 -W 1 192.168.1.1 ;;
         5) act mac-burst burst "$i" ;;
         6) act lan-flap flap_port "${PORTS[i]}" ;;
-        7) act renew lease "$i" ;;
+        7) act quiet quiet "$i" ;;
         esac
         return 0
     fi
