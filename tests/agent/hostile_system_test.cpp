@@ -117,6 +117,10 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kShell, "vgw usb plug sdk1 && timeout 10 sh -c 'until umount $(mount | grep -o \"^/dev/sdk1 on [^ ]*\" | cut -c 14-); do sleep 0.1; done' && mkdir -p '/mnt/k$(touch${IFS}/tmp/pwned)' && "
                  "mount /dev/sdk1 '/mnt/k$(touch${IFS}/tmp/pwned)' && znhotplug remove,sdk1 && znhotplug add,sdk1",
          1, "cat /tmp/usbDevListMore", "/mnt/k$(touch${IFS}/tmp/pwned)"},
+        {kShell, "printf '1 02:00:00:00:77:0a 192.168.1.90 $(touch${IFS}/tmp/pwned)\"`x` * 5\\n' > /etc/dnsmasq.leases && "
+                 "bridge fdb add 02:00:00:00:77:0a dev eth1 master dynamic && "
+                 "ip neigh replace 192.168.1.90 lladdr 02:00:00:00:77:0a dev br0 nud reachable",
+         1, "znsUtil -l InternetGatewayDevice.LANDevice.1.Hosts", "HostName=$(touch${IFS}/tmp/pwned)\"`x`\n"},
         {kLease, "", 1, "", ""},
         {kLease, std::string(300, ','), 1, "", ""},
         {kLease, "02:00:00:00:10:01,86400,192.168.1.10,pc'" + shellText, 1, "", ""},
