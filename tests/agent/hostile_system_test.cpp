@@ -116,6 +116,8 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kSh, "vgw usb plug ttyUSB1 && p=$(find /sys/devices/platform -path '*/tty/ttyUSB1')/../../../.. && "
                  "printf '" + shellText + "\\nx' > $p/product && printf 'zz\\0' > $p/idVendor && "
                  "znhotplug remove,ttyUSB1 && znhotplug add,ttyUSB1", 1, shellText + ", ", "cat /tmp/usbDevListMore"},
+        {kSh, "vgw usb plug sdm1 --fs ext4 --label '$(reboot);`x`' && mkdir /mnt/m && mount /dev/sdm1 /mnt/m && "
+              "znhotplug add,sdm1", 1, "ext4, $(reboot);`x`, 0", "cat /tmp/usbDevListMore"},
         {kSh, "vgw usb plug sdk1 && timeout 10 sh -c 'until umount $(mount | grep -o \"^/dev/sdk1 on [^ ]*\" | "
                  "cut -c 14-); do sleep 0.1; done' && mkdir -p '/mnt/k$(touch${IFS}/tmp/pwned)' && "
                  "mount /dev/sdk1 '/mnt/k$(touch${IFS}/tmp/pwned)' && znhotplug remove,sdk1 && znhotplug add,sdk1",
