@@ -45,7 +45,8 @@ enum Way { kTimer, kUsb, kLease, kDhcp6s, kRadvd, kDhcp, kArp, kNa, kNeigh, kHtt
 } // namespace
 
 TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
-    // Routing netlink header: length, type, flags, sequence, port.
+    // A link message of interface 9, a neighbour message of 192.168.1.78, and
+    // an ARP reply and a neighbour advertisement from pc to the gateway.
     const std::string link = "\x20\0\0\0\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x09\0\0\0\0\0\0\0\0\0\0\0"s;
     const std::string neigh = "\x30\0\0\0\x1c\0\0\0\0\0\0\0\0\0\0\0\2\0\0\0\0\0\0\0\2\0\0\0\x08\0\1\0\xc0\xa8\1\x4e"
                               "\x0a\0\2\0\2\0\0\0\x77\x07\0\0"s;
@@ -56,6 +57,7 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
                            "\2\1\2\0\0\0\x10\1"s;
     // Shell words and quotes, to stand in a text field (a row of a socket adds a single quote).
     const std::string shellText = "$(touch /tmp/pwned);touch /tmp/pwned;`touch /tmp/pwned`\"|&<>";
+    // The base MAC file is a hostile one for the agent's whole life.
     ASSERT_TRUE(run("vgw lan up && vgw host add pc eth1 02:00:00:00:10:01 192.168.1.10/24 && ip netns add far && "
                     "echo 3 > /tmp/zn_event_agent_lanhost_debug && znkernel macfilter stat 02:00:00:00:77:05 0 && "
                     "printf '\\377\\0$(touch /tmp/pwned)\\n' > /etc/macAddrBase"));
@@ -82,7 +84,7 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {pc + "frame eth0", true, pc + "frame eth0 " + hex(na), "receive mld na packet"},
         {kSend + "dgram netlink " + std::to_string(agent | 0x640000), true,
          "ip neigh replace 192.168.1.77 lladdr 02:00:00:00:77:03 dev br0 nud reachable && "
-         "ip neigh del 192.168.1.77 dev br0", "192.168.1.77"},
+         "ip neigh del 192.168.1.77 dev br0", "ip=192.168.1.77 mac=02:00:00:00:77:03"},
         {"znkernel ua raw", true, "znkernel ua report 02:00:00:00:77:04 validUA", "data:validUA"},
         {kSend + "dgram netlink " + nlPort, true, "ip link add eth2 type veth peer eth2 netns far && ip link del eth2",
          " 0xc0000000 ETHER=eth2\n", bus},
