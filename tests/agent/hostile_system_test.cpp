@@ -168,7 +168,7 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kPon, std::string(5000, '\x09'), 1},
         {kKeys, "1 408 2 1 408 0", 1},
         {kKeys, "1 594 7 4 4 4 0 0 0 1 65535 -1 1 237 1 1 237 -2147483648 1 237 0", 1},
-        {kFilter, "printf 'mac count\\n$(touch${IFS}/tmp/pwned) 5\\n02:00:00:00:77:05;touch${IFS}/tmp/pwned 1\\n' "
+        {kFilter, "printf 'mac count\\n$(>/777) 5\\n02:00:00:00:77:05;>/777 1\\n' "
                   ">/run/znkemu/macfilter/stat", 1, "not a mac address"},
         {kFilter, "printf 'mac count\\n\\377\\0 9\\n" + std::string(300, 'f') + " 1\\n\\n' >/run/znkemu/macfilter/stat",
          1},
@@ -186,7 +186,9 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         ASSERT_TRUE(run(e.valid));
         EXPECT_TRUE(added(e.where, effect, e.effect)) << e.valid << "\n" << sh(e.where).out;
         ASSERT_EQ(waitpid(agent, nullptr, WNOHANG), 0) << file_text(kOut);
-        ASSERT_NE(access(kPwned, F_OK), 0);
+        // The MAC filter's text is upper-cased before it could reach a shell: /777 survives that.
+        for (const char *mark : {kPwned, "/777"})
+            ASSERT_NE(access(mark, F_OK), 0) << mark;
         ASSERT_EQ(file_text("/var/log/vgw/stubs.log").find("reboot"), std::string::npos);
     }
     EXPECT_EQ(file_text(kOut).find("Sanitizer"), std::string::npos);
