@@ -16,6 +16,9 @@ extern char gatewayBaseMac[kMacTextSize];
 
 // Reads "/etc/macAddrBase" into gatewayBaseMac: 0, or -1 and it stays as it was.
 int getGatewayBaseMacaddr();
+// The start of that file's first line, up to 17 characters as "%17[^\n]"
+// reads it (a NUL ends the text early); false when the line is empty.
+bool lanhost_base_mac_parse(const char *text, size_t len, char (&mac)[kMacTextSize]);
 
 // Periodic timers of the thread itself.
 void zn_event_lanhost_save_flash_timer_cb(evutil_socket_t fd, short what, void *arg);

@@ -238,14 +238,21 @@ bool lan_eth_macfilter_names(const char *mac, const char *port) {
         return false;
     char line[kMacfilterLine];
     bool named = false;
-    while (!named && fgets(line, sizeof line, f)) {
-        ByteCursor column[3];
-        line_columns(line, column);
-        named = column_is(column[0], mac) && column_is(column[2], port);
-    }
+    while (!named && fgets(line, sizeof line, f))
+        named = lanhost_macfilter_line_names(line, mac, port);
     fclose(f);
     return named;
 }
+
+} // namespace
+
+bool lanhost_macfilter_line_names(const char *line, const char *mac, const char *port) {
+    ByteCursor column[3];
+    line_columns(line, column);
+    return column_is(column[0], mac) && column_is(column[2], port);
+}
+
+namespace {
 
 void macfilter_classify(lhost *host) {
     char fifth[kMacfilterLine];

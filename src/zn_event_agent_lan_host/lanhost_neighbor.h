@@ -68,5 +68,8 @@ const char *netlink_ndmState_name(uint16_t state);
 
 // Classes of lanhost_macfilter_notify.
 enum MacfilterClass { kMacfilterNewWired = 0, kMacfilterWiredDeleted = 1, kMacfilterFiltered = 2 };
+// Whether a line of the wired filter table, "MAC - PORT", is the one of mac
+// on port (both regardless of case).
+bool lanhost_macfilter_line_names(const char *line, const char *mac, const char *port);
 // A hook for the MAC filter; it does nothing and returns 0.
 int lanhost_macfilter_notify(lhost *host, int macfilterClass);

@@ -113,15 +113,24 @@ int getGatewayBaseMacaddr() {
         ZN_LOG(1, "fopen fail\n");
         return -1;
     }
-    char mac[kMacTextSize] = "";
-    int got = fscanf(f, "%17[^\n]", mac);
+    char text[kMacTextSize - 1];
+    const size_t len = fread(text, 1, sizeof text, f);
     fclose(f);
-    if (got != 1) {
+    char mac[kMacTextSize] = "";
+    if (!lanhost_base_mac_parse(text, len, mac)) {
         ZN_LOG(4, "--MAC address file is NULL!!\n");
         return -1;
     }
     memcpy(gatewayBaseMac, mac, sizeof mac);
     return 0;
+}
+
+bool lanhost_base_mac_parse(const char *text, size_t len, char (&mac)[kMacTextSize]) {
+    const size_t most = len < kMacTextSize - 1 ? len : kMacTextSize - 1;
+    const auto *end = static_cast<const char *>(memchr(text, '\n', most));
+    const size_t n = end ? size_t(end - text) : most;
+    lanhost_copy_text(mac, text, n);
+    return n > 0;
 }
 
 void zn_event_lanhost_save_flash_timer_cb(evutil_socket_t, short, void *) {

@@ -11,6 +11,14 @@ constexpr const char *kTimerSocket = "/tmp/zn_event_agent_timer";
 // otherwise 0, whether the task succeeded or not.
 int timerEventDispatch(const char *text);
 
+// The row of the task table in timer_dispatch.cpp whose path the text holds,
+// the first found; -1 for none.
+int timerTaskOf(const char *text);
+// The instance index of a task path: strtol's reading of what follows its
+// last '.', 0 when no number does. False, and logged, for null text or text
+// without a '.'.
+bool timerTaskIndex(const char *text, int *index);
+
 // The task handlers take the index behind the last '.' of text (strtol's
 // reading of it). 0, or -1 when the task couldn't be done.
 // Sets the sleep mode to Enable of the SleepTimer object of that index.

@@ -33,9 +33,9 @@ constexpr TimerTask kTimerTasks[] = {
     {"InternetGatewayDevice.X_ZN_UpgradeTask.Upgrade", nullptr, 1451},  // the upgrade itself is due
 };
 
-// The instance index of a task path: the number behind its last '.'. A path
-// without an index yields 0, from the reading of its last name.
-bool task_index(const char *text, int *index) {
+} // namespace
+
+bool timerTaskIndex(const char *text, int *index) {
     if (!text) {
         ZN_LOG(1, "read buf is null\n");
         return false;
@@ -49,11 +49,20 @@ bool task_index(const char *text, int *index) {
     return true;
 }
 
+int timerTaskOf(const char *text) {
+    for (size_t i = 0; i < sizeof kTimerTasks / sizeof kTimerTasks[0]; i++)
+        if (strstr(text, kTimerTasks[i].path))
+            return int(i);
+    return -1;
+}
+
+namespace {
+
 // Calls the operator's handler with the text's index; a result other than 0
 // is logged in the name of the task handler that called.
 int operator_task(const char *text, int (*handler)(int index), const char *name) {
     int index;
-    if (!task_index(text, &index))
+    if (!timerTaskIndex(text, &index))
         return -1;
     if (handler(index) != 0)
         zns_log_print(__FILE__, name, __LINE__, 1, "%s %s fail.\n", name, text);
@@ -71,22 +80,22 @@ int timerEventDispatch(const char *text) {
         ZN_LOG(1, "read buf is empty\n");
         return -1;
     }
-    for (const TimerTask &task : kTimerTasks) {
-        if (!strstr(text, task.path))
-            continue;
-        if (task.handler)
-            task.handler(text);
-        else if (zns_eventNotify(task.event, kUpgradeEventCode, nullptr) < 0)
-            ZN_LOG(1, "zns send %d event failed\r\n", int(task.event));
+    const int row = timerTaskOf(text);
+    if (row < 0) {
+        ZN_LOG(1, "unrecognize buffer\n");
         return 0;
     }
-    ZN_LOG(1, "unrecognize buffer\n");
+    const TimerTask &task = kTimerTasks[row];
+    if (task.handler)
+        task.handler(text);
+    else if (zns_eventNotify(task.event, kUpgradeEventCode, nullptr) < 0)
+        ZN_LOG(1, "zns send %d event failed\r\n", int(task.event));
     return 0;
 }
 
 int sleepTimerHandler(const char *text) {
     int index;
-    if (!task_index(text, &index))
+    if (!timerTaskIndex(text, &index))
         return -1;
     ZN_LOG(1, "idx=%d\n", index);
     ScopedStore store;

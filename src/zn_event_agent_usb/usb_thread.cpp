@@ -30,7 +30,9 @@ struct ScanDir {
 };
 constexpr ScanDir kScanDirs[] = {{"event", "input/"}, {"lp", "usb/"}};
 
-std::string scan_line_name(const char *line) {
+} // namespace
+
+std::string usbScanLineName(const char *line) {
     if (strncmp(line, kDevPrefix, sizeof kDevPrefix - 1) == 0)
         return line + sizeof kDevPrefix - 1;
     for (const ScanDir &d : kScanDirs) {
@@ -39,6 +41,8 @@ std::string scan_line_name(const char *line) {
     }
     return line;
 }
+
+namespace {
 
 void usbDevRemove(const char *devName) {
     for (usbDevEntry **at = &usbDevList; *at; at = &(*at)->next) {
@@ -113,7 +117,7 @@ void usbDevFirstScan() {
         size_t len = strlen(line);
         if (len && line[len - 1] == '\n')
             line[len - 1] = '\0';
-        usbDevAdmit(scan_line_name(line).c_str());
+        usbDevAdmit(usbScanLineName(line).c_str());
     }
     fclose(f);
     unlink(kScanFile);

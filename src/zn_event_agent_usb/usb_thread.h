@@ -2,6 +2,8 @@
 // plugged in already, and the road of a device into and out of the list.
 #pragma once
 
+#include <string>
+
 constexpr const char *kUsbSocketPath = "/tmp/zn_event_agent_usb";
 
 // Thread entry; in normal running it never returns. It ends in silence when
@@ -11,6 +13,9 @@ void *kernelKobjectEventHandler(void *arg);
 // Admits what exists before the first message: serial ports, mounted
 // partitions, input event nodes and printers, through a work file.
 void usbDevFirstScan();
+// The node below /dev that a line of the scan's work file names: a path
+// under /dev, or a bare name given the directory of its kind.
+std::string usbScanLineName(const char *line);
 
 // Identifies, numbers and, for storage, mounts the device of a node below
 // /dev; lists it and reports it unless a step refuses it.

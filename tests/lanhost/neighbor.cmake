@@ -2,3 +2,4 @@ zn_add_gtest(lanhost_neighbor_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/neighbor_
 zn_add_fuzzer(lanhost_neighbor_walk_fuzz SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/neighbor_walk_fuzz.cpp LIBS zn_lanhost)
 zn_add_gtest(lanhost_liveness_system_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/liveness_system_test.cpp SANDBOX)
 add_dependencies(lanhost_liveness_system_test zn_event_agent znsUtil)
+zn_add_fuzzer(lanhost_files_fuzz SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/files_fuzz.cpp LIBS zn_lanhost)

@@ -5,7 +5,9 @@
   send.py dhcp IFACE TYPE MAC [IP [NAME]] a DHCP client message of TYPE (1 discover, 3 request)
                                           from 0.0.0.0:68, MAC its client identifier
   send.py macs IFACE FIRST COUNT          one broadcast frame from each of COUNT source MACs
-                                          02:00:00:00:00:00 + FIRST, FIRST+1, ... as fast as it can"""
+                                          02:00:00:00:00:00 + FIRST, FIRST+1, ... as fast as it can
+  send.py dgram unix|udp|netlink TO HEX N the bytes HEX as one datagram, N times as fast as it can, to the
+                                          unix socket path, UDP ADDR:PORT or routing netlink port id TO"""
 import socket
 import struct
 import sys
@@ -13,6 +15,20 @@ import sys
 kind, args = sys.argv[1], sys.argv[2:]
 if kind == "unix":
     socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM).sendto(args[1].encode(), args[0])
+elif kind == "dgram":
+    family, to, data, count = args[0], args[1], bytes.fromhex(args[2]), int(args[3])
+    if family == "udp":
+        s, to = socket.socket(socket.AF_INET, socket.SOCK_DGRAM), (to.split(":")[0], int(to.split(":")[1]))
+    elif family == "netlink":
+        s, to = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, socket.NETLINK_ROUTE), (int(to), 0)
+    else:
+        s = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    s.setblocking(False)
+    for _ in range(count):
+        try:
+            s.sendto(data, to)
+        except BlockingIOError:  # a full receive queue drops it, as the kernel would
+            pass
 elif kind == "frame":
     s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
     s.bind((args[0], 0))
