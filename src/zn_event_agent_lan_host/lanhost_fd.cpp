@@ -13,6 +13,7 @@ ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const Read
     const ssize_t n = recv(fd, buf, rule.text ? size - 1 : size, rule.flags);
     if (n >= 0 && size_t(n) >= rule.least)
         return n;
+    const int saved = errno; // the caller may tell one failure from another
     switch (rule.failure) {
     case ReadFailure::kPlain:
         zn_event_lanhost_log(0, 1, caller, line, "read fail");
@@ -24,5 +25,6 @@ ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const Read
         zn_event_lanhost_log(0, 1, caller, line, "recv netlink msg error:%d\n", int(n));
         break;
     }
+    errno = saved;
     return -1;
 }

@@ -49,6 +49,7 @@ struct ReadRule {
 
 // The one read of a woken socket: all size bytes of buf are zeroed, then one
 // recv. A failure is logged at level 1 (tracker log) under the name and line
-// of the calling callback and gives -1; else the number of bytes read.
+// of the calling callback and gives -1 with errno as the recv left it;
+// else the number of bytes read.
 ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const ReadRule &rule,
                           const char *caller = __builtin_FUNCTION(), int line = __builtin_LINE());

@@ -338,6 +338,8 @@ void zn_event_lanhost_neighbor_read_cb(evutil_socket_t fd, short, void *) {
     const ssize_t n = lanhost_read_once(fd, buf, sizeof buf, {ReadFailure::kPlain});
     if (n >= 0)
         lanhost_neighbor_walk(buf, size_t(n), lanhost_neighbor_dispatch);
+    else if (errno == ENOBUFS) // the kernel dropped reports: their hosts get no record until re-learnt
+        LANHOST_LOG(1, "neighbor socket overflow: bridge and neighbour reports were lost\n");
 }
 
 void lanhost_neighbor_walk(const uint8_t *buf, size_t len, NeighborMsgFn fn) {

@@ -28,6 +28,10 @@ constexpr const char *kRadvdPrefixSocket = "/tmp/radvdprefix_unix";
 // Set in the neighbor socket's port id, beside the process id.
 constexpr uint32_t kNeighborPortIdTag = 0x640000;
 constexpr uint16_t kBootpServerPort = 67; // RFC 2131, section 4.1
+// Room for the bridge's reports of a burst of 1,000 new MACs (each report
+// takes about 1 KiB of socket memory) read while the tracker runs a command
+// per new MAC: without it about 250 fit and the rest are lost for good.
+constexpr int kNeighborRcvBuf = 2048000;
 
 // The helpers' lines carry the name of the initialiser that calls them.
 int netlink_sock_init(int *fd, sockaddr_nl *addr, int protocol, uint32_t port_id, uint32_t groups,
@@ -36,16 +40,16 @@ int netlink_sock_init(int *fd, sockaddr_nl *addr, int protocol, uint32_t port_id
     addr->nl_family = AF_NETLINK;
     addr->nl_pid = port_id;
     addr->nl_groups = groups;
-    const int s = socket(AF_NETLINK, SOCK_RAW, protocol);
-    if (s < 0) {
+    UniqueFd s(socket(AF_NETLINK, SOCK_RAW, protocol));
+    if (!s) {
         LANHOST_LOG_FOR(caller, 1, "socket fail:%s", strerror(errno));
         return -1;
     }
-    if (bind(s, reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
+    if (bind(s.get(), reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
         LANHOST_LOG_FOR(caller, 1, "bind fail");
         return -1;
     }
-    *fd = s;
+    *fd = s.release();
     return 0;
 }
 
@@ -53,17 +57,17 @@ int unix_dgram_sock_init(int *fd, sockaddr_un *addr, const char *path, const cha
     memset(addr, 0, sizeof *addr);
     addr->sun_family = AF_UNIX;
     lanhost_copy_text(addr->sun_path, path);
-    const int s = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (s < 0) {
+    UniqueFd s(socket(AF_UNIX, SOCK_DGRAM, 0));
+    if (!s) {
         LANHOST_LOG_FOR(caller, 1, "socket fail:%s", strerror(errno));
         return -1;
     }
     unlink(path); // a file left by an earlier run would refuse the bind
-    if (bind(s, reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
+    if (bind(s.get(), reinterpret_cast<sockaddr *>(addr), sizeof *addr) < 0) {
         LANHOST_LOG_FOR(caller, 1, "bind fail");
         return -1;
     }
-    *fd = s;
+    *fd = s.release();
     return 0;
 }
 
@@ -109,7 +113,12 @@ int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N],
 } // namespace
 
 int zn_event_neighbor_netlink_sock_init(int *fd, sockaddr_nl *addr) {
-    return netlink_sock_init(fd, addr, NETLINK_ROUTE, uint32_t(getpid()) | kNeighborPortIdTag, RTMGRP_NEIGH);
+    if (netlink_sock_init(fd, addr, NETLINK_ROUTE, uint32_t(getpid()) | kNeighborPortIdTag, RTMGRP_NEIGH) < 0)
+        return -1;
+    // Forced past net.core.rmem_max, which is far smaller on a gateway.
+    if (setsockopt(*fd, SOL_SOCKET, SO_RCVBUFFORCE, &kNeighborRcvBuf, sizeof kNeighborRcvBuf) < 0)
+        LANHOST_LOG(1, "neighbor socket buffer of %d bytes refused: %s", kNeighborRcvBuf, strerror(errno));
+    return 0;
 }
 
 int zn_event_httpAgent_netlink_sock_init(int *fd, sockaddr_nl *addr) {
