@@ -7,6 +7,8 @@
   bench.py steady N               CPU and wake-ups with N known hosts, quiet and
                                   talking; memory with 0 and N hosts
   bench.py flash SECONDS          store saves while hosts come and go
+  bench.py answer IFACE N         (in a LAN host) answers the ARP probes of the
+                                  burst's first N MACs, as living hosts would
 Each prints one line of "key=value" figures; bench/run.sh makes the tables.
 Every timing is taken against a reference measured in the same run: the
 kernel's own notifications of the burst, and N runs of the command the
@@ -71,11 +73,11 @@ def burst(n):
     sh("vgw host exec flood python3 %s macs eth0 %d %d" % (SEND, FIRST, n))
 
 
-def stat(pid):
-    """CPU seconds (user + system) of the agent and its waited-for children."""
+def cpu(pid):
+    """CPU seconds of the agent: user, system."""
     with open("/proc/%d/stat" % pid) as f:
         fields = f.read().rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / TICK, (int(fields[13]) + int(fields[14])) / TICK
+    return int(fields[11]) / TICK, int(fields[12]) / TICK
 
 
 def status(pid, key, where="status"):
@@ -247,28 +249,50 @@ def offline(n):
           % (n, len(delays), inside, pick(0), pick(0.5), pick(0.9), pick(1), log.count("send arpping to mac=")))
 
 
+def answer(iface, n):
+    s = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(0x0806))
+    s.bind((iface, 0))
+    while True:
+        frame = s.recv(128)
+        if len(frame) < 42 or frame[20:22] != b"\0\1":  # an ARP request
+            continue
+        i = frame[41] - 2
+        if frame[38:41] != bytes([192, 168, 1]) or not 0 <= i < n:
+            continue
+        me = bytes.fromhex(mac(i).replace(":", ""))
+        s.send(frame[6:12] + me + b"\x08\x06" + frame[14:20] + b"\0\2" + me + frame[38:42] + frame[22:32])
+
+
 def steady(n):
     agent = start_agent()
     log = Log()
     time.sleep(5)  # a tick of every timer, so that the empty agent has warmed up
     before = memory(agent.pid)
+    subprocess.Popen(["vgw", "host", "exec", "flood", "python3", os.path.abspath(__file__), "answer", "eth0", str(n)])
     records_of_burst(agent, log, n)
     lease_messages(n)
     wait(published(n), 30, "%d Host objects" % n, 0.01)
+    # Measured at the log level of a gateway, once every host has been
+    # probed at least once.
+    with open("/tmp/zn_event_agent_lanhost_debug", "w") as f:
+        f.write("0\n")
+    time.sleep(15)
     figures = "n=%d rss0=%d pss0=%d anon0=%d rss1=%d pss1=%d anon1=%d" % ((n,) + before + memory(agent.pid))
     for phase in ("quiet", "talking"):
         talker = None
         if phase == "talking":  # every host sends a frame each second
             talker = subprocess.Popen(["bash", "-c", "while :; do vgw host exec flood python3 %s macs eth0 %d %d;"
                                        " sleep 1; done" % (SEND, FIRST, n)])
-        cpu0, sw0, probes0 = stat(agent.pid)[0], switches(agent.pid), log.count("send arpping to mac=")
+        cpu0, sw0, probes0 = cpu(agent.pid), switches(agent.pid), arp_requests()
         time.sleep(60)
-        cpu1, sw1, probes1 = stat(agent.pid)[0], switches(agent.pid), log.count("send arpping to mac=")
+        cpu1, sw1, probes1 = cpu(agent.pid), switches(agent.pid), arp_requests()
         if talker:
             talker.kill()
-        figures += " %s_cpu_pct=%.3f %s_wakeups=%.1f %s_probes=%.1f" % (
-            phase, (cpu1 - cpu0) / 60 * 100, phase, (sw1 - sw0) / 60, phase, (probes1 - probes0) / 60)
-    print(figures)
+        pct = lambda k: (cpu1[k] - cpu0[k]) / 60 * 100
+        figures += " %s_cpu_pct=%.3f %s_user_pct=%.3f %s_wakeups=%.1f %s_probes=%.1f" % (
+            phase, pct(0) + pct(1), phase, pct(0), phase, (sw1 - sw0) / 60, phase, (probes1 - probes0) / 60)
+    active = sum(host_objects().get(mac(i)) == "1" for i in range(n))
+    print(figures + " active=%d" % active)
 
 
 def save_watcher(saves):
@@ -285,6 +309,11 @@ def save_watcher(saves):
             inode = now
             time.sleep(0.01)
     threading.Thread(target=watch, daemon=True).start()
+
+
+def arp_requests():
+    """Frames the gateway has sent on br0, the agent's probes among them."""
+    return int(sh("ip -s link show br0 | awk 'f { print $2; exit } /TX:/ { f = 1 }'"))
 
 
 def flash(seconds):
@@ -319,4 +348,5 @@ if __name__ == "__main__":
         sys.exit("bench.py runs inside a virtual gateway: tests/sandbox/vgw run -- python3 bench/bench.py ...")
     what, args = sys.argv[1], sys.argv[2:]
     {"ingest": lambda: ingest(int(args[0]), args[1]), "offline": lambda: offline(int(args[0])),
-     "steady": lambda: steady(int(args[0])), "flash": lambda: flash(int(args[0]))}[what]()
+     "steady": lambda: steady(int(args[0])), "flash": lambda: flash(int(args[0])),
+     "answer": lambda: answer(args[0], int(args[1]))}[what]()

@@ -44,12 +44,13 @@ for n in 10 60 128 160; do
 done
 
 echo
-echo "3 and 4. Steady cost over 60 s and memory, 250 known hosts"
+echo "3 and 4. Steady cost over 60 s and memory, 250 known hosts that answer probes"
 s=$(bench steady 250)
-echo "| | CPU % of one core | wake-ups per s | probes per s |"
-echo "|---|---:|---:|---:|"
+echo "| 250 hosts | CPU % of one core | of it in user space | wake-ups per s | frames sent on br0 per s (the probes) |"
+echo "|---|---:|---:|---:|---:|"
 for phase in quiet talking; do
-    echo "| $phase | $(field ${phase}_cpu_pct "$s") | $(field ${phase}_wakeups "$s") | $(field ${phase}_probes "$s") |"
+    echo "| $phase | $(field ${phase}_cpu_pct "$s") | $(field ${phase}_user_pct "$s") | $(field ${phase}_wakeups "$s") |" \
+        "$(field ${phase}_probes "$s") |"
 done
 echo
 echo "| | RSS KiB | PSS KiB (shared pages divided among their users) | anonymous KiB (heaps and stacks) |"
