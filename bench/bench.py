@@ -174,6 +174,17 @@ def showmacs_runs(n):
     return time.monotonic() - start
 
 
+def talk(n):
+    """Every host sends a frame each second until hush()."""
+    return subprocess.Popen(["bash", "-c", "while :; do vgw host exec flood python3 %s macs eth0 %d %d;"
+                             " sleep 1; done" % (SEND, FIRST, n)], start_new_session=True)
+
+
+def hush(talker):
+    os.killpg(talker.pid, 9)  # the loop and a burst it may be sending
+    talker.wait()
+
+
 def records_of_burst(agent, log, n):
     """Sends the burst; returns the kernel's span, the agent's and n command runs, in s."""
     macs = {mac(i) for i in range(n)}
@@ -230,8 +241,10 @@ def offline(n):
     log = Log()
     sh("ip link set br0 type bridge ageing_time 30000")
     records_of_burst(agent, log, n)
+    talker = talk(n)  # no host falls silent before all are published
     lease_messages(n)
     wait(published(n), 30, "%d Host objects" % n, 0.01)
+    hush(talker)
     last = time.monotonic()
     burst(n)  # the last frame of each host; the burst takes milliseconds
     down = {}
@@ -279,15 +292,12 @@ def steady(n):
     time.sleep(15)
     figures = "n=%d rss0=%d pss0=%d anon0=%d rss1=%d pss1=%d anon1=%d" % ((n,) + before + memory(agent.pid))
     for phase in ("quiet", "talking"):
-        talker = None
-        if phase == "talking":  # every host sends a frame each second
-            talker = subprocess.Popen(["bash", "-c", "while :; do vgw host exec flood python3 %s macs eth0 %d %d;"
-                                       " sleep 1; done" % (SEND, FIRST, n)])
+        talker = talk(n) if phase == "talking" else None
         cpu0, sw0, probes0 = cpu(agent.pid), switches(agent.pid), arp_requests()
         time.sleep(60)
         cpu1, sw1, probes1 = cpu(agent.pid), switches(agent.pid), arp_requests()
         if talker:
-            talker.kill()
+            hush(talker)
         pct = lambda k: (cpu1[k] - cpu0[k]) / 60 * 100
         figures += " %s_cpu_pct=%.3f %s_user_pct=%.3f %s_wakeups=%.1f %s_probes=%.1f" % (
             phase, pct(0) + pct(1), phase, pct(0), phase, (sw1 - sw0) / 60, phase, (probes1 - probes0) / 60)
@@ -296,24 +306,20 @@ def steady(n):
 
 
 def save_watcher(saves):
-    """Appends the time of each replacement of the store's save file."""
+    """Appends the time of each save: the write time of each new save file,
+    which a late poll does not shift."""
     def watch():
         inode = None
         while True:
             try:
-                now = os.stat(SAVE_FILE).st_ino
+                st = os.stat(SAVE_FILE)
+                if st.st_ino != inode:
+                    inode = st.st_ino
+                    saves.append(st.st_mtime_ns / 1e9)
             except FileNotFoundError:
-                now = None
-            if now != inode and now is not None:
-                saves.append(time.monotonic())
-            inode = now
+                pass
             time.sleep(0.01)
     threading.Thread(target=watch, daemon=True).start()
-
-
-def arp_requests():
-    """Frames the gateway has sent on br0, the agent's probes among them."""
-    return int(sh("ip -s link show br0 | awk 'f { print $2; exit } /TX:/ { f = 1 }'"))
 
 
 def flash(seconds):
@@ -326,7 +332,7 @@ def flash(seconds):
     saves = []
     save_watcher(saves)
     time.sleep(0.1)
-    start, step = time.monotonic(), 0
+    start, started, step = time.monotonic(), time.time(), 0
     while time.monotonic() - start < seconds:
         # Each second one host leaves (its bridge entry goes) and comes back
         # with a frame and a lease.
@@ -337,9 +343,9 @@ def flash(seconds):
         lease_messages(1, i)
         step += 1
         time.sleep(max(0.0, start + step - time.monotonic()))
-    saves = [t for t in saves if t > start]  # the first is the file's state when the watch began
+    saves = [t for t in saves if t > started]  # the first is the file's state when the watch began
     gaps = [b - a for a, b in zip(saves, saves[1:])]
-    print("seconds=%d changes=%d saves=%d per_min=%.1f min_gap_s=%.1f"
+    print("seconds=%d changes=%d saves=%d per_min=%.1f min_gap_s=%.2f"
           % (seconds, step, len(saves), len(saves) / seconds * 60, min(gaps) if gaps else float("nan")))
 
 
