@@ -16,10 +16,12 @@ if [ "${VGW_INSIDE:-}" != 1 ]; then
     [ -x "$build/bin/zn_event_agent" ] || { echo "soak: no $build/bin/zn_event_agent; build it first" >&2; exit 2; }
     # The preloaded kernel components come before the sanitizer runtime; the
     # agent never exits by itself, so a leak shows in its RSS, not at exit.
-    # A small quarantine of freed memory fills within the warm-up; the
-    # default 256 MB would take minutes and read as growth.
+    # Freed memory stays in ASan's quarantine (the global one and one per
+    # thread) until it is full, and counts in RSS until then: at the agent's
+    # rate of freeing, 16 MB took some 20 minutes and read as growth. A
+    # small quarantine fills within the first minutes.
     export VGW_BUILD=$PWD/$build \
-        ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:quarantine_size_mb=16 \
+        ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:quarantine_size_mb=1:thread_local_quarantine_size_kb=64 \
         UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
     exec tests/sandbox/vgw run -- bash scripts/soak.sh "${1:-60}"
 fi
