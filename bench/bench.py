@@ -245,8 +245,8 @@ def offline(n):
     lease_messages(n)
     wait(published(n), 30, "%d Host objects" % n, 0.01)
     hush(talker)
-    last = time.monotonic()
-    burst(n)  # the last frame of each host; the burst takes milliseconds
+    burst(n)  # the last frame of each host
+    last = time.monotonic()  # the frames leave in the burst's last milliseconds, after its start-up
     down = {}
     end = last + 40
     while len(down) < n and time.monotonic() < end:
@@ -303,6 +303,11 @@ def steady(n):
             phase, pct(0) + pct(1), phase, pct(0), phase, (sw1 - sw0) / 60, phase, (probes1 - probes0) / 60)
     active = sum(host_objects().get(mac(i)) == "1" for i in range(n))
     print(figures + " active=%d" % active)
+
+
+def arp_requests():
+    """Frames the gateway has sent on br0, the agent's probes among them."""
+    return int(sh("ip -s link show br0 | awk 'f { print $2; exit } /TX:/ { f = 1 }'"))
 
 
 def save_watcher(saves):
