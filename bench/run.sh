@@ -28,8 +28,9 @@ for n in 10 100 250 1000; do
         lease=$(bench ingest $n none) neigh=
     fi
     k=$(field kernel_ms "$lease") r=$(field records_ms "$lease") s=$(field showmacs_ms "$lease")
-    echo "| $n | $k | $r | $s | $(ratio "$r" "$s") | $(ratio "$r" "$k") | $(field objects_ms "$lease") |" \
-        "${neigh:+$(field objects_ms "$neigh")} | $(field overflows "$lease") |"
+    echo "| $n | $k | $r | $s | $(ratio "$r" "$s") | $(ratio "$r" "$k") |" \
+        "$([ -n "$neigh" ] && field objects_ms "$lease" || echo -) | $([ -n "$neigh" ] && field objects_ms "$neigh" || echo -) |" \
+        "$(field overflows "$lease") |"
 done
 
 echo
@@ -58,7 +59,7 @@ echo "|---|---:|---:|---:|"
 for k in 0 1; do
     echo "| $((k * 250)) hosts | $(field rss$k "$s") | $(field pss$k "$s") | $(field anon$k "$s") |"
 done
-growth() { ratio $((($(field ${1}1 "$s") - $(field ${1}0 "$s")) * 1024)) 250; } # bytes per host
+growth() { awk -v k=$(($(field ${1}1 "$s") - $(field ${1}0 "$s"))) 'BEGIN { printf "%d", k * 1024 / 250 }'; } # bytes per host
 echo "| per host, bytes | $(growth rss) | $(growth pss) | $(growth anon) |"
 
 echo
