@@ -17,9 +17,8 @@ if [ "${VGW_INSIDE:-}" != 1 ]; then
     # The preloaded kernel components come before the sanitizer runtime; the
     # agent never exits by itself, so a leak shows in its RSS, not at exit.
     # Freed memory stays in ASan's quarantine (the global one and one per
-    # thread) until it is full, and counts in RSS until then: at the agent's
-    # rate of freeing, 16 MB took some 20 minutes and read as growth. A
-    # small quarantine fills within the first minutes.
+    # thread) and counts in RSS: keep it small, so that RSS shows the
+    # agent's memory more than the sanitizer's.
     export VGW_BUILD=$PWD/$build \
         ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:quarantine_size_mb=1:thread_local_quarantine_size_kb=64 \
         UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
