@@ -28,9 +28,10 @@ constexpr const char *kRadvdPrefixSocket = "/tmp/radvdprefix_unix";
 // Set in the neighbor socket's port id, beside the process id.
 constexpr uint32_t kNeighborPortIdTag = 0x640000;
 constexpr uint16_t kBootpServerPort = 67; // RFC 2131, section 4.1
-// Room for the bridge's reports of a burst of 1,000 new MACs (each report
-// takes about 1 KiB of socket memory) read while the tracker runs a command
-// per new MAC: without it about 250 fit and the rest are lost for good.
+// Room for the bridge's reports of a burst of thousands of new MACs (the
+// kernel doubles the figure; a report takes some 800 bytes of it), read
+// while the tracker runs a command per new MAC: without it about 250 fit
+// and the rest are lost for good.
 constexpr int kNeighborRcvBuf = 2048000;
 
 // The helpers' lines carry the name of the initialiser that calls them.
