@@ -221,6 +221,13 @@ def published(n):
     return cond
 
 
+def publish(agent, log, n):
+    """N hosts with records and leases, each published once."""
+    records_of_burst(agent, log, n)
+    lease_messages(n)
+    wait(published(n), 30, "%d Host objects" % n, 0.01)
+
+
 # ---- the benchmarks ------------------------------------------------------------
 def ingest(n, kind):
     agent = start_agent()
@@ -282,9 +289,7 @@ def steady(n):
     time.sleep(5)  # a tick of every timer, so that the empty agent has warmed up
     before = memory(agent.pid)
     subprocess.Popen(["vgw", "host", "exec", "flood", "python3", os.path.abspath(__file__), "answer", "eth0", str(n)])
-    records_of_burst(agent, log, n)
-    lease_messages(n)
-    wait(published(n), 30, "%d Host objects" % n, 0.01)
+    publish(agent, log, n)
     # Measured at the log level of a gateway, once every host has been
     # probed at least once.
     with open("/tmp/zn_event_agent_lanhost_debug", "w") as f:
@@ -331,9 +336,7 @@ def flash(seconds):
     agent = start_agent()
     log = Log()
     n = 40
-    records_of_burst(agent, log, n)
-    lease_messages(n)
-    wait(published(n), 30, "%d Host objects" % n, 0.01)
+    publish(agent, log, n)
     saves = []
     save_watcher(saves)
     time.sleep(0.1)
