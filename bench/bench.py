@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The agent's benchmarks, run inside a virtual gateway (tests/sandbox/vgw):
+"""The agent's benchmarks, run inside a virtual gateway (tools/vgw/vgw):
   bench.py ingest N lease|neigh|none
                                   N new MACs at once, then N lease messages, N
                                   neighbour confirmations or nothing
@@ -22,7 +22,7 @@ import threading
 import time
 
 SRC = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-SEND = os.path.join(SRC, "tests/lanhost/send.py")
+SEND = os.path.join(SRC, "tools/vgw/send.py")
 AGENT_LOG = "/tmp/agent.out"
 HOSTS = "InternetGatewayDevice.LANDevice.1.Hosts"
 SAVE_FILE = "/userconfig/config/zns_store.conf"
@@ -359,7 +359,7 @@ def flash(seconds):
 
 if __name__ == "__main__":
     if os.environ.get("VGW_INSIDE") != "1":
-        sys.exit("bench.py runs inside a virtual gateway: tests/sandbox/vgw run -- python3 bench/bench.py ...")
+        sys.exit("bench.py runs inside a virtual gateway: tools/vgw/vgw run -- python3 bench/bench.py ...")
     what, args = sys.argv[1], sys.argv[2:]
     {"ingest": lambda: ingest(int(args[0]), args[1]), "offline": lambda: offline(int(args[0])),
      "steady": lambda: steady(int(args[0])), "flash": lambda: flash(int(args[0])),

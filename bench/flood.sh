@@ -7,7 +7,7 @@
 # reads. "options": the user-agent module reports a DHCP option request for
 # each of SIZE MACs; the tracker keeps an entry for each. Prints one row per
 # flood once the agent has read all there is to read. FLOOD_FDB_MAX sets the
-# bridge's limit of learnt entries (tests/lanhost/fdb_limit.py); by default
+# bridge's limit of learnt entries (tools/vgw/fdb_limit.py); by default
 # there is none.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -56,7 +56,7 @@ inside() {
     vgw lan up
     # Entries outlive the run, so that no record goes before it is counted.
     ip link set br0 type bridge ageing_time 360000
-    python3 "$src/tests/lanhost/fdb_limit.py" br0 "${FLOOD_FDB_MAX:-0}" >/dev/null
+    python3 "$src/tools/vgw/fdb_limit.py" br0 "${FLOOD_FDB_MAX:-0}" >/dev/null
     echo 3 >/tmp/zn_event_agent_lanhost_debug
     ip neigh replace 192.168.1.254 lladdr 02:00:00:00:99:99 dev br0 nud stale
     zn_event_agent >"$out" 2>&1 &
@@ -70,7 +70,7 @@ inside() {
     if [[ $kind == macs ]]; then
         vgw host add flood eth1 02:00:00:ff:ff:01
         vgw host exec flood sysctl -qw net.ipv6.conf.eth0.disable_ipv6=1
-        vgw host exec flood python3 "$src/tests/lanhost/send.py" macs eth0 $((1 << 24)) "$size"
+        vgw host exec flood python3 "$src/tools/vgw/send.py" macs eth0 $((1 << 24)) "$size"
         count="grep -c 'nlmsgType=RTM_NEWNEIGH macAddr:02:00:01' $out || true"
     else
         timeout 30 bash -c 'until znkernel log | grep -q greeting; do sleep 0.2; done'
@@ -90,7 +90,7 @@ for first in range(0, $size, 10):
     local records learned drops lost rss0 anon0 cpu0 ccpu0 rss1 anon1 cpu1 ccpu1
     if [[ $kind == macs ]]; then
         records=$(grep -o 'nlmsgType=RTM_NEWNEIGH macAddr:02:00:01[0-9A-Fa-f:]*' "$out" | sort -u | wc -l)
-        learned=$(python3 "$src/tests/lanhost/fdb_limit.py" br0 | awk '{ print $2 }')
+        learned=$(python3 "$src/tools/vgw/fdb_limit.py" br0 | awk '{ print $2 }')
         read -r _ drops < <(netlink_queue "$agent")
         lost=$drops
     else
@@ -118,6 +118,6 @@ printf '| Flood | Size | Learnt by the bridge | Lost before the agent | Records 
 printf '|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n'
 for kind in macs options; do
     for size in "${sizes[@]}"; do
-        tests/sandbox/vgw run -- bash "$src/bench/flood.sh" --inside "$kind" "$size" | tail -1
+        tools/vgw/vgw run -- bash "$src/bench/flood.sh" --inside "$kind" "$size" | tail -1
     done
 done

@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/build.sh build >/dev/null
 
-bench() { tests/sandbox/vgw run -- python3 bench/bench.py "$@"; }
+bench() { tools/vgw/vgw run -- python3 bench/bench.py "$@"; }
 # The value of KEY in a line of "key=value" figures.
 field() { sed -n "s/.* $1=\([^ ]*\).*/\1/p" <<<" $2"; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }'; }
@@ -81,7 +81,7 @@ echo "| $(field seconds "$f") | $(field changes "$f") | $(field saves "$f") | $(
 
 echo
 echo "7. One host synchronisation: store calls against the lease-file search (medians of 3)"
-json=$(tests/sandbox/vgw run -- build/bench/store_bench --benchmark_repetitions=3 \
+json=$(tools/vgw/vgw run -- build/bench/store_bench --benchmark_repetitions=3 \
     --benchmark_report_aggregates_only=true --benchmark_format=json \
     --benchmark_filter='BM_HostSync/lease_search:0|BM_LeaseFileSearch' 2>/dev/null)
 median() { jq -r --arg n "$1" '.benchmarks[] | select(.run_name == $n and .aggregate_name == "median")

@@ -2,7 +2,7 @@
 // the tracker's own synchronisation, the store calls behind it, and the
 // lease-file search it runs through the shell. Writes the gateway's store
 // and /etc/dnsmasq.leases: run inside the sandbox only,
-//   tests/sandbox/vgw run -- build/bench/store_bench
+//   tools/vgw/vgw run -- build/bench/store_bench
 #include <benchmark/benchmark.h>
 #include <sys/socket.h>
 
@@ -136,7 +136,7 @@ BENCHMARK(BM_DeleteAndAddHost);
 int main(int argc, char **argv) {
     const char *inside = getenv("VGW_INSIDE");
     if (!inside || strcmp(inside, "1") != 0) {
-        fprintf(stderr, "store_bench writes the gateway's store and %s: run it in tests/sandbox/vgw run\n", kLeaseFile);
+        fprintf(stderr, "store_bench writes the gateway's store and %s: run it in tools/vgw/vgw run\n", kLeaseFile);
         return 2;
     }
     benchmark::Initialize(&argc, argv);

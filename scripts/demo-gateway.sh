@@ -4,7 +4,7 @@
 # for its effect (store, bus, files, mounts) with a deadline, prints how long
 # after its cause it was seen, and stops the demo when it does not come.
 set -euo pipefail
-[ "${VGW_INSIDE:-}" = 1 ] || { echo "run me through tests/sandbox/vgw run" >&2; exit 2; }
+[ "${VGW_INSIDE:-}" = 1 ] || { echo "run me through tools/vgw/vgw run" >&2; exit 2; }
 
 HOSTS=InternetGatewayDevice.LANDevice.1.Hosts
 WAN=InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1
@@ -94,7 +94,7 @@ expect "WAN link up on the bus (event 200 ETHER=eth4)" "after the WAN port came 
 section "2. Hosts join the LAN"
 # dnsmasq reports each lease to the agent, as the gateway's DHCP server does.
 dnsmasq --port=0 --interface=br0 --bind-interfaces --dhcp-range=192.168.1.100,192.168.1.150,3600 \
-    --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script="$PWD/tests/lanhost/dnsmasq_lease.sh" \
+    --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script="$PWD/tools/vgw/dnsmasq_lease.sh" \
     --pid-file=/tmp/dnsmasq.pid --log-facility=/tmp/dnsmasq.log
 # lease HOST NAME: the host asks dnsmasq for a lease as NAME and takes the
 # address it gets; prints the address.
@@ -132,7 +132,7 @@ vgw host add stb lan3 "$STB_MAC"
 t=$(now_ns)
 # The set-top box renews with the operator's server; the agent snoops the request.
 stb_seen() { host_is "$STB_MAC" '.IPAddress == "192.168.1.53" and .LeaseTimeRemaining == -1'; }
-stb_request() { vgw host exec stb python3 tests/lanhost/send.py dhcp eth0 3 "$STB_MAC" 192.168.1.53 settop-box; stb_seen; }
+stb_request() { vgw host exec stb python3 tools/vgw/send.py dhcp eth0 3 "$STB_MAC" 192.168.1.53 settop-box; stb_seen; }
 expect "set-top box on lan3 taken from its DHCP request" "after it first asked" "$t" 10 stb_request
 show_hosts
 

@@ -6,4 +6,4 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 bash scripts/build.sh build
-exec tests/sandbox/vgw run -- bash scripts/demo-gateway.sh
+exec tools/vgw/vgw run -- bash scripts/demo-gateway.sh

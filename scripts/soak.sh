@@ -22,7 +22,7 @@ if [ "${VGW_INSIDE:-}" != 1 ]; then
     export VGW_BUILD=$PWD/$build \
         ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:quarantine_size_mb=1:thread_local_quarantine_size_kb=64 \
         UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-    exec tests/sandbox/vgw run -- bash scripts/soak.sh "${1:-60}"
+    exec tools/vgw/vgw run -- bash scripts/soak.sh "${1:-60}"
 fi
 
 MINUTES=$1
@@ -75,7 +75,7 @@ ip link set eth4 up
 ip -n operator link set fibre up
 # Two-minute leases (dnsmasq's shortest): renewed by the churn, or left to run out.
 dnsmasq --port=0 --interface=br0 --bind-interfaces --dhcp-range=192.168.1.100,192.168.1.199,2m \
-    --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script="$PWD/tests/lanhost/dnsmasq_lease.sh" \
+    --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script="$PWD/tools/vgw/dnsmasq_lease.sh" \
     --pid-file=$DIR/dnsmasq.pid --log-facility=$DIR/dnsmasq.log
 znsMonitor > $BUS &
 MONITOR=$!
@@ -155,9 +155,9 @@ usb_unplug() {
     sleep 1
     for mp in $(awk -v d="$node" '$1 == d {print $2}' /proc/mounts); do umount -l "$mp"; done
 }
-burst() { vgw host exec "h$1" python3 tests/lanhost/send.py macs eth0 $((0x5b000000 + RANDOM % 4 * 50)) 50; }
+burst() { vgw host exec "h$1" python3 tools/vgw/send.py macs eth0 $((0x5b000000 + RANDOM % 4 * 50)) 50; }
 snoop() {
-    vgw host exec "h$1" python3 tests/lanhost/send.py dhcp eth0 3 "${HOST_MAC[$1]}" "192.168.1.$((200 + $1))" "snoop-$1"
+    vgw host exec "h$1" python3 tools/vgw/send.py dhcp eth0 3 "${HOST_MAC[$1]}" "192.168.1.$((200 + $1))" "snoop-$1"
 }
 
 # One step: a host action on a random port's host (a join when none is
@@ -196,7 +196,7 @@ churn_step() {
 # allocator have their working size before the reference sample.
 note "warming up"
 for i in "${!PORTS[@]}"; do act join join "$i"; done
-for i in 0 1 2 3; do act mac-burst vgw host exec h0 python3 tests/lanhost/send.py macs eth0 $((0x5b000000 + i * 50)) 50; done
+for i in 0 1 2 3; do act mac-burst vgw host exec h0 python3 tools/vgw/send.py macs eth0 $((0x5b000000 + i * 50)) 50; done
 for u in "${!USB_NAMES[@]}"; do act usb-plug usb_plug "$u"; sleep 2; act usb-unplug usb_unplug "$u"; done
 note "warmed up in $(($(now) - START)) s; churn for $MINUTES min"
 START=$(now)

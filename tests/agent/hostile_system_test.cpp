@@ -14,7 +14,7 @@ using namespace zntest;
 namespace {
 
 constexpr const char *kOut = "/tmp/agent.out", *kPwned = "/tmp/pwned";
-const std::string kSend = "python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py ";
+const std::string kSend = "python3 " ZN_SOURCE_DIR "/tools/vgw/send.py ";
 
 // Whether what cmd prints has text beyond what it printed before (all of it
 // when it printed less: a file that started anew).

@@ -64,7 +64,7 @@ TEST_F(Filters, PassOnlyUnicastArpAndNeighbourAdvertisements) {
     std::string all;
     for (const std::string &f : kFrames)
         all += " " + f;
-    ASSERT_TRUE(run("vgw host exec pc python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py frame eth0" + all));
+    ASSERT_TRUE(run("vgw host exec pc python3 " ZN_SOURCE_DIR "/tools/vgw/send.py frame eth0" + all));
     EXPECT_EQ(passed(arpSocket), kArpPassed);
     EXPECT_EQ(passed(ndSocket), kAdvertPassed);
     close(arpSocket);

@@ -29,7 +29,7 @@ std::string take_lease(const Peer &p, const std::string &options) {
 }
 
 testing::AssertionResult send_dhcp(const Peer &p, int type, const std::string &ip, const std::string &name) {
-    return run("vgw host exec " + p.name + " python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py dhcp eth0 " +
+    return run("vgw host exec " + p.name + " python3 " ZN_SOURCE_DIR "/tools/vgw/send.py dhcp eth0 " +
                std::to_string(type) + " " + p.mac + " " + ip + " " + name);
 }
 
@@ -63,7 +63,7 @@ protected:
         ASSERT_TRUE(run("dnsmasq --port=0 --interface=br0 --bind-interfaces --dhcp-range=192.168.1.100,192.168.1.150," +
                         std::to_string(kLeaseSeconds) +
                         " --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script=" ZN_SOURCE_DIR
-                        "/tests/lanhost/dnsmasq_lease.sh --pid-file=/tmp/dnsmasq.pid --log-facility=/tmp/dnsmasq.log"));
+                        "/tools/vgw/dnsmasq_lease.sh --pid-file=/tmp/dnsmasq.pid --log-facility=/tmp/dnsmasq.log"));
     }
     static void TearDownTestSuite() {
         sh("kill $(cat /tmp/dnsmasq.pid)");

@@ -77,7 +77,7 @@ TEST_F(Ipv6Agent, AddressesOfDhcp6sAndRadvdReportsAreSolicited) {
     for (const auto &[socket, report, target] : cases) {
         const int fd = capture_in_host();
         ASSERT_TRUE(
-            run(std::string("python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py unix ") + socket + " '" + report + "'"));
+            run(std::string("python3 " ZN_SOURCE_DIR "/tools/vgw/send.py unix ") + socket + " '" + report + "'"));
         uint8_t want[16], source[16];
         inet_pton(AF_INET6, target, want);
         inet_pton(AF_INET6, "2001:db8:1::1", source);

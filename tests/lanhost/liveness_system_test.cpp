@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char *kWan = "InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1";
 constexpr const char *kEthernetPath = "InternetGatewayDevice.LANDevice.1.LANEthernetInterfaceConfig.";
-constexpr const char *kFdbLimit = "python3 " ZN_SOURCE_DIR "/tests/lanhost/fdb_limit.py br0";
+constexpr const char *kFdbLimit = "python3 " ZN_SOURCE_DIR "/tools/vgw/fdb_limit.py br0";
 
 size_t count(const std::string &text, const std::string &part) {
     size_t n = 0;
@@ -157,7 +157,7 @@ TEST_F(Liveness, HostOnABridgedWanPortIsProbedOnEachReportAndTakesAddressesFromR
     // A reply that names another address, sent to the gateway by each host
     // from the link where the bridge has it already.
     auto reply_from = [](const std::string &host, const std::string &link, const std::string &hexMac) {
-        return run("vgw host exec " + host + " python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py frame " + link +
+        return run("vgw host exec " + host + " python3 " ZN_SOURCE_DIR "/tools/vgw/send.py frame " + link +
                    " 020000000001" + hexMac + "08060001080006040002" + hexMac + "0a090909020000000001c0a80101");
     };
     ASSERT_TRUE(reply_from("bridged", "br1", "020000004001"));
@@ -184,7 +184,7 @@ TEST_F(Liveness, TheBridgesLimitOfLearntEntriesBoundsTheRecordsOfAFlood) {
                           limit = std::to_string(r.limit) + "\n";
         ASSERT_TRUE(run(kFdbLimit + std::string(" ") + std::to_string(r.limit)));
         add_host(host, "lan" + std::to_string(row), prefix + "00:00:00", "192.168.1.5" + std::to_string(row));
-        ASSERT_TRUE(run("vgw host exec " + host + " python3 " ZN_SOURCE_DIR "/tests/lanhost/send.py macs eth0 " +
+        ASSERT_TRUE(run("vgw host exec " + host + " python3 " ZN_SOURCE_DIR "/tools/vgw/send.py macs eth0 " +
                         std::to_string(row << 24) + " " + std::to_string(r.flood)));
         EXPECT_EQ(sh("bridge fdb show br br0 | grep -c ^" + prefix).out, limit);
         auto records = [&] { return std::to_string(count(log(), "RTM_NEWNEIGH macAddr:" + prefix)) + "\n"; };

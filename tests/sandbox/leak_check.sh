@@ -3,7 +3,7 @@
 # the machine: namespaces, mounts, processes, files, links, host name.
 # shellcheck disable=SC2016,SC2034 # check() evaluates its condition later
 set -uo pipefail
-VGW=$(dirname "$(readlink -f "$0")")/vgw
+VGW=$(dirname "$(readlink -f "$0")")/../../tools/vgw/vgw
 failed=0
 check() { if eval "$2"; then echo "ok   $1"; else echo "FAIL $1"; failed=1; fi; }
 
