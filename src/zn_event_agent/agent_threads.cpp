@@ -1,10 +1,16 @@
 #include "agent_threads.h"
 
+#include <pthread.h>
+
 #include <cstdio>
 
 #include "agent_log.h"
-
-char province[32];
+#include "btn_reader.h"
+#include "lanhost.h"
+#include "link_events.h"
+#include "pon_events.h"
+#include "timer.h"
+#include "usb_thread.h"
 
 namespace {
 

@@ -9,12 +9,13 @@
 
 #include "agent_log.h"
 #include "agent_store.h"
-#include "agent_threads.h"
 #include "btn_tasks.h"
 #include "byte_cursor.h"
 #include "libzn.h"
 #include "znsmsg.h"
 #include "znsutils.h"
+
+char province[32];
 
 namespace {
 
@@ -265,7 +266,6 @@ int getResetType(uint8_t *type) {
     return 0;
 }
 
-// Returns only when the input device can't be opened.
 void *btn_handler(void *) {
     int fd = open(kInputDevice, O_RDONLY);
     if (fd <= 0) {

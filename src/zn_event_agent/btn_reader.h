@@ -18,6 +18,13 @@ struct KeyRecord {
 // that wraps rather than overflows. kTooShort unless len is one whole record.
 Parse btn_parse(const uint8_t *bytes, size_t len, KeyRecord *out);
 
+// Operator province: main fills it once before any worker exists, the
+// buttons only read it.
+extern char province[32];
+
+// Thread entry; returns only when the input device can't be opened.
+void *btn_handler(void *arg);
+
 // The store's reset type (byte 25 of the system configuration): 0, or -1
 // with *type untouched.
 int getResetType(uint8_t *type);

@@ -12,10 +12,9 @@
 #include <cstring>
 
 #include "agent_log.h"
-#include "agent_threads.h"
 #include "byte_cursor.h"
 #include "netlink_walk.h"
-#include "lanhost_fd.h"
+#include "unique_fd.h"
 #include "znsmsg.h"
 #include "znsutils.h"
 
@@ -179,7 +178,6 @@ void getWanPhysicalTypeAndIfname(char (&type)[kIfNameRoom], char (&ifname)[kIfNa
         ZN_LOG(4, "getWanPhysicalType--%s--\n", ifname);
 }
 
-// Returns only when the socket can't be set up.
 void *kernelEventHandler(void *) {
     const int fd = zn_event_kernel_netlink_sock_init();
     if (fd < 0)

@@ -8,6 +8,9 @@
 constexpr size_t kIfNameRoom = 16;
 constexpr const char *kWanPhysicalTypeFile = "/var/wanPhysicalType";
 
+// Thread entry; returns only when the socket can't be set up.
+void *kernelEventHandler(void *arg);
+
 // What the handling takes from one link message.
 struct LinkMsg {
     uint16_t type;

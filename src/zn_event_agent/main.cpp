@@ -2,6 +2,7 @@
 // of its own, no stop command: it runs until killed.
 #include "agent_log.h"
 #include "agent_threads.h"
+#include "btn_reader.h"
 #include "libzn.h"
 
 // For the store library; the agent itself neither reads nor writes it.

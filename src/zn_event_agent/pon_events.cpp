@@ -12,9 +12,8 @@
 #include <cstring>
 
 #include "agent_log.h"
-#include "agent_threads.h"
-#include "lanhost_fd.h"
 #include "libzn.h"
+#include "unique_fd.h"
 #include "znsmsg.h"
 #include "znsutils.h"
 
@@ -169,7 +168,6 @@ int pon_mode_index(uint32_t wanMode) {
     return -1;
 }
 
-// Returns only when the socket can't be set up.
 void *ponEventHandler(void *) {
     if (ponApi_eventSocketInit() <= 0) {
         ZN_LOG(1, "ponApi_eventSocketInit failed\n");

@@ -10,6 +10,9 @@
 
 constexpr size_t kPonEventRoom = 64; // the payload record, ponApi_event
 
+// Thread entry; returns only when the socket can't be set up.
+void *ponEventHandler(void *arg);
+
 // Copies the payload of one received driver message into the record: the
 // message length less its 16-byte header, no more than was received or than
 // the record holds; bytes beyond stay as they were, since the record is

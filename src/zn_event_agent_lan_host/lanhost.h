@@ -10,6 +10,11 @@
 constexpr const char *kLanBridge = "br0";
 constexpr const char *kHostsPath = "InternetGatewayDevice.LANDevice.1.Hosts";
 
+// Thread entry: opens the store handle, sets up the sockets and timers and
+// runs the event loop, which in normal running never ends; it returns when a
+// step of that set-up fails.
+void *zn_event_lanhost_thread(void *arg);
+
 extern zns_xml_handle_t *storeHandle;
 extern event_base *lanhostEventBase;
 extern char gatewayBaseMac[kMacTextSize];

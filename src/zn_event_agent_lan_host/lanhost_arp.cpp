@@ -16,9 +16,10 @@
 
 #include "agent_log.h"
 #include "lanhost.h"
-#include "lanhost_fd.h"
 #include "lanhost_port.h"
+#include "lanhost_read.h"
 #include "lanhost_store.h"
+#include "unique_fd.h"
 
 namespace {
 

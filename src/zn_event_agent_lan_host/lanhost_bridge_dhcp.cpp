@@ -9,8 +9,8 @@
 
 #include "agent_log.h"
 #include "lanhost_dhcp.h"
-#include "lanhost_fd.h"
 #include "lanhost_port.h"
+#include "lanhost_read.h"
 #include "lanhost_store.h"
 
 namespace {

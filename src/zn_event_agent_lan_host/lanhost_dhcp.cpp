@@ -10,7 +10,7 @@
 
 #include "agent_log.h"
 #include "lanhost.h"
-#include "lanhost_fd.h"
+#include "lanhost_read.h"
 #include "lanhost_store.h"
 
 namespace {

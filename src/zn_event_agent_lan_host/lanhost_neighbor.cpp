@@ -19,10 +19,11 @@
 #include "lanhost.h"
 #include "lanhost_ageing.h"
 #include "lanhost_arp.h"
-#include "lanhost_fd.h"
 #include "lanhost_port.h"
+#include "lanhost_read.h"
 #include "lanhost_store.h"
 #include "netlink_walk.h"
+#include "unique_fd.h"
 
 namespace {
 

@@ -11,8 +11,9 @@
 #include <cstring>
 
 #include "agent_log.h"
-#include "lanhost_fd.h"
 #include "lanhost_icmp6.h"
+#include "lanhost_read.h"
+#include "unique_fd.h"
 
 namespace {
 

@@ -17,8 +17,8 @@
 #include "agent_log.h"
 #include "lanhost.h"
 #include "lanhost_bpf.h"
-#include "lanhost_fd.h"
 #include "lanhost_useragent.h"
+#include "unique_fd.h"
 
 namespace {
 

@@ -14,9 +14,9 @@
 
 #include "agent_log.h"
 #include "lanhost.h"
-#include "lanhost_fd.h"
 #include "lanhost_port.h"
 #include "lanhost_prefix.h"
+#include "unique_fd.h"
 
 namespace {
 

@@ -7,7 +7,6 @@
 #include <cstring>
 
 #include "agent_log.h"
-#include "agent_threads.h"
 #include "lanhost.h"
 #include "lanhost_ageing.h"
 #include "lanhost_arp.h"

@@ -18,8 +18,9 @@
 
 #include "agent_log.h"
 #include "lanhost_charset.h"
-#include "lanhost_fd.h"
+#include "lanhost_read.h"
 #include "libzn.h"
+#include "unique_fd.h"
 #include "znsmsg.h"
 
 namespace {

@@ -1,10 +1,12 @@
 // Timed tasks: the scheduler outside the agent sends the store path of a
 // task that fell due, one text per datagram on "/tmp/zn_event_agent_timer",
-// and the agent carries the task out. The worker's entry, timerEventHandler,
-// stands with the other workers in agent_threads.h.
+// and the agent carries the task out.
 #pragma once
 
 constexpr const char *kTimerSocket = "/tmp/zn_event_agent_timer";
+
+// Thread entry; returns only when its socket can't be set up.
+void *timerEventHandler(void *arg);
 
 // Hands the text to the task whose path it holds, the first of the table in
 // timer_dispatch.cpp that is a substring of it. -1 for null or empty text,

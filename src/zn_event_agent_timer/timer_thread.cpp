@@ -2,7 +2,6 @@
 // out one after the other; later ones wait in the socket meanwhile.
 #include "agent_dgram.h"
 #include "agent_log.h"
-#include "agent_threads.h"
 #include "timer.h"
 
 void *timerEventHandler(void *) {

@@ -1,4 +1,4 @@
-#include "lanhost_fd.h"
+#include "lanhost_read.h"
 
 #include <sys/socket.h>
 
