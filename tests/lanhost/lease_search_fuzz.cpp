@@ -1,10 +1,9 @@
 // Fuzz target: the in-process search of a lease file against grep itself.
-// The input is an address, a line feed and the file's bytes; without the
-// line feed there is no file. An address that the tracker's checks refuse is
-// never searched for. The first line of "grep ADDRESS FILE" in the C locale,
-// read with fgets as the tracker read it through the shell (127 characters
-// of the dnsmasq file for an IPv4 address, 255 of the dhcp6s file for an
-// IPv6 one), must be the one the search gives.
+// The input is an address, a line feed and the file's bytes (without the
+// line feed, no file); an address that the tracker's checks refuse is never
+// searched for. The first line of "grep ADDRESS FILE" in the C locale, read
+// with fgets as the tracker read it through the shell (127 characters for
+// an IPv4 address, 255 for an IPv6 one), must be the search's.
 #include <arpa/inet.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -19,30 +18,27 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const auto *feed = static_cast<const uint8_t *>(memchr(data, '\n', size));
-    const std::string address(reinterpret_cast<const char *>(data), feed ? size_t(feed - data) : size);
+    const size_t at = feed ? size_t(feed - data) : size;
+    const std::string address(reinterpret_cast<const char *>(data), at);
     in6_addr v6;
     const bool v4 = ipv4_str_is_valid(address.c_str());
     if (address.size() != strlen(address.c_str()) || (!v4 && inet_pton(AF_INET6, address.c_str(), &v6) != 1))
         return 0;
     const int fd = memfd_create("leases", 0);
-    if (fd < 0)
+    if (fd < 0 || (feed && write(fd, feed + 1, size - at - 1) != ssize_t(size - at - 1)))
         abort();
-    if (feed && write(fd, feed + 1, size - size_t(feed + 1 - data)) != ssize_t(size - size_t(feed + 1 - data)))
-        abort();
-    // A file beneath a file is missing for both.
+    // A path beneath a file is missing for both.
     const std::string path = "/proc/self/fd/" + std::to_string(fd) + (feed ? "" : "/missing");
     const int room = v4 ? 128 : 256;
     char want[256] = "", got[256] = "";
     FILE *grep = popen(("LC_ALL=C grep " + address + " " + path + " 2>/dev/null").c_str(), "r");
-    if (!grep)
+    const bool wanted = grep && fgets(want, room, grep) != nullptr;
+    if (!grep || pclose(grep) == -1)
         abort();
-    const bool wanted = fgets(want, room, grep) != nullptr;
-    pclose(grep);
     const bool found = lanhost_lease_first_line(address.c_str(), path.c_str(), got, size_t(room));
     close(fd);
     if (wanted != found || (found && strcmp(want, got) != 0)) {
-        fprintf(stderr, "grep %s: %s[%s]\nsearch: %s[%s]\n", address.c_str(), wanted ? "" : "none ", want,
-                found ? "" : "none ", got);
+        fprintf(stderr, "grep %s: %d [%s]\nsearch: %d [%s]\n", address.c_str(), wanted, want, found, got);
         abort();
     }
     return 0;

@@ -14,93 +14,72 @@
 using namespace zntest;
 
 namespace {
-constexpr int kNoClass = -1;
-int notified = kNoClass;
+constexpr int kNone = -1, kNew = kMacfilterNewWired, kFiltered = kMacfilterFiltered;
+int notified = kNone;
 } // namespace
 
-int lanhost_macfilter_notify(lhost *, int macfilterClass) {
-    notified = macfilterClass;
-    return 0;
-}
+int lanhost_macfilter_notify(lhost *, int macfilterClass) { return notified = macfilterClass, 0; }
 
 namespace {
 
-// Debian's brctl, each run recorded, with the entry's port named in a fifth
-// column as the gateway's brctl prints it.
-constexpr const char kRecordingBrctl[] = R"(#!/bin/sh
+// Debian's brctl, each run recorded, with the entry's port in a fifth column
+// as the gateway's brctl prints it.
+constexpr const char kRecordingBrctl[] = R"sh(#!/bin/sh
 echo "$*" >> /tmp/brctl.runs
-ports=$(for f in /sys/class/net/br0/brif/*/port_no; do d=${f%/port_no}; echo $(($(cat "$f"))) "${d##*/}"; done)
-/usr/sbin/brctl "$@" | awk -v ports="$ports" 'BEGIN { n = split(ports, p, "\n")
-    for (i = 1; i <= n; i++) { split(p[i], f, " "); name[f[1]] = f[2] } }
-    { print $0 (NR > 1 ? "\t" name[$1] : "") }'
-)";
+/usr/sbin/brctl "$@" | awk -v fdb="$(bridge fdb show br br0)" 'BEGIN { n = split(fdb, l, "\n")
+    for (i = 1; i <= n; i++) { split(l[i], f, " "); port[f[1]] = f[3] } } { print $0 "\t" port[$2] }'
+)sh";
 
-enum class Stat { kAbsent, kNamesMac, kNamesOther };
-enum class Table { kAbsent, kMacOnItsPort, kMacOnOtherPort };
-
-class MacfilterClass : public TrackerTest {
-protected:
-    static void SetUpTestSuite() {
-        TrackerTest::SetUpTestSuite();
-        ASSERT_TRUE(run(
-            "for p in eth1 ra0; do ip link add $p type veth peer name $p-peer && ip link set $p master br0 up; done"));
-        const std::string path = sh("printf %s \"${PATH%%:*}/brctl\"").out; // first on PATH
-        std::ofstream(path) << kRecordingBrctl;
-        ASSERT_EQ(chmod(path.c_str(), 0755), 0) << path;
-    }
-};
+using MacfilterClass = TrackerTest;
 
 TEST_F(MacfilterClass, BrctlRunsOnlyWhenItsColumnCanChangeTheClass) {
+    ASSERT_TRUE(run("for p in eth1 ra0; do ip link add $p type veth peer name $p-peer && ip link set $p master br0 up; "
+                    "done && znkernel macfilter off"));
+    const std::string brctl = sh("printf %s \"${PATH%%:*}/brctl\"").out; // first on PATH
+    std::ofstream(brctl) << kRecordingBrctl;
+    ASSERT_EQ(chmod(brctl.c_str(), 0755), 0) << brctl;
+    // The MAC that the MAC filter's stat file names (null: no file; MAC: the
+    // host's), the port that the wired table names for the host's MAC (null:
+    // no table; PORT: its own), the class of a host on eth1 and on ra0, and
+    // brctl's runs.
     const struct {
-        Stat stat;
-        Table table;
-        const char *port;
-        int notified, runs;
+        const char *stat, *table;
+        int eth1, ra0, runs;
     } rows[] = {
-        {Stat::kAbsent, Table::kAbsent, "eth1", kMacfilterNewWired, 0},
-        {Stat::kAbsent, Table::kMacOnItsPort, "eth1", kMacfilterFiltered, 1},
-        {Stat::kAbsent, Table::kMacOnOtherPort, "eth1", kMacfilterNewWired, 1},
-        {Stat::kNamesMac, Table::kAbsent, "eth1", kMacfilterFiltered, 0},
-        {Stat::kNamesMac, Table::kMacOnItsPort, "eth1", kMacfilterFiltered, 0},
-        {Stat::kNamesMac, Table::kMacOnOtherPort, "eth1", kMacfilterFiltered, 0},
-        {Stat::kNamesOther, Table::kAbsent, "eth1", kMacfilterNewWired, 0},
-        {Stat::kNamesOther, Table::kMacOnItsPort, "eth1", kMacfilterFiltered, 1},
-        {Stat::kNamesOther, Table::kMacOnOtherPort, "eth1", kMacfilterNewWired, 1},
-        {Stat::kAbsent, Table::kAbsent, "ra0", kNoClass, 0},
-        {Stat::kAbsent, Table::kMacOnItsPort, "ra0", kMacfilterFiltered, 1},
-        {Stat::kAbsent, Table::kMacOnOtherPort, "ra0", kNoClass, 1},
-        {Stat::kNamesMac, Table::kAbsent, "ra0", kMacfilterFiltered, 0},
-        {Stat::kNamesMac, Table::kMacOnItsPort, "ra0", kMacfilterFiltered, 0},
-        {Stat::kNamesMac, Table::kMacOnOtherPort, "ra0", kMacfilterFiltered, 0},
-        {Stat::kNamesOther, Table::kAbsent, "ra0", kNoClass, 0},
-        {Stat::kNamesOther, Table::kMacOnItsPort, "ra0", kMacfilterFiltered, 1},
-        {Stat::kNamesOther, Table::kMacOnOtherPort, "ra0", kNoClass, 1},
+        {nullptr, nullptr, kNew, kNone, 0},
+        {nullptr, "PORT", kFiltered, kFiltered, 1},
+        {nullptr, "eth9", kNew, kNone, 1},
+        {"MAC", nullptr, kFiltered, kFiltered, 0},
+        {"MAC", "PORT", kFiltered, kFiltered, 0},
+        {"MAC", "eth9", kFiltered, kFiltered, 0},
+        {"02:00:00:00:61:ff", nullptr, kNew, kNone, 0},
+        {"02:00:00:00:61:ff", "PORT", kFiltered, kFiltered, 1},
+        {"02:00:00:00:61:ff", "eth9", kNew, kNone, 1},
+    };
+    auto own = [](const char *column, const char *mark, const std::string &value) {
+        return std::string(strcmp(column, mark) == 0 ? value : column);
     };
     int row = 0;
     for (const auto &r : rows) {
-        char mac[kMacTextSize];
-        snprintf(mac, sizeof mac, "02:00:00:00:61:%02x", ++row);
-        SCOPED_TRACE("row " + std::to_string(row) + ", " + mac + " on " + r.port);
-        const std::string stat = r.stat == Stat::kAbsent     ? "znkernel macfilter off"
-                                 : r.stat == Stat::kNamesMac ? std::string("znkernel macfilter stat ") + mac + " 1"
-                                                             : "znkernel macfilter stat 02:00:00:00:61:ff 1";
-        const std::string table = r.table == Table::kAbsent ? "rm -f /tmp/LanEthmacfilter_table"
-                                                            : std::string("echo ") + mac + " - " +
-                                                                  (r.table == Table::kMacOnItsPort ? r.port : "eth9") +
-                                                                  " > /tmp/LanEthmacfilter_table";
-        ASSERT_TRUE(run(stat + " && " + table + " && bridge fdb replace " + mac + " dev " + r.port +
-                        " master static && : > /tmp/brctl.runs"));
-        uint8_t bytes[6];
-        macStr_to_bytes(bytes, mac);
-        NeighborAttr attrs[kNdaTableSize] = {};
-        attrs[NDA_LLADDR] = {bytes, sizeof bytes};
-        notified = kNoClass;
-        netlink_layer2_neighborMsg_parse(attrs, int32_t(if_nametoindex(r.port)), RTM_NEWNEIGH);
-        EXPECT_NE(list_find_lhost(mac), nullptr);
-        EXPECT_EQ(joined({std::to_string(notified), sh("wc -l < /tmp/brctl.runs").out}),
-                  joined({std::to_string(r.notified), std::to_string(r.runs) + "\n"}));
-        sh(std::string("bridge fdb del ") + mac + " dev " + r.port + " master");
-        TearDown();
+        for (const char *port : {"eth1", "ra0"}) {
+            char mac[kMacTextSize];
+            snprintf(mac, sizeof mac, "02:00:00:00:61:%02x", ++row & 0xFF);
+            const std::string stat = r.stat ? "stat " + own(r.stat, "MAC", mac) + " 1" : "off",
+                              table = r.table ? "echo " + std::string(mac) + " - " + own(r.table, "PORT", port) + " >"
+                                              : "rm -f";
+            SCOPED_TRACE(stat + "; " + table + "; " + mac + " on " + port);
+            ASSERT_TRUE(run("znkernel macfilter " + stat + " && " + table + " /tmp/LanEthmacfilter_table && " +
+                            "bridge fdb replace " + mac + " dev " + port + " master static && : > /tmp/brctl.runs"));
+            uint8_t bytes[6];
+            macStr_to_bytes(bytes, mac);
+            NeighborAttr attrs[kNdaTableSize] = {};
+            attrs[NDA_LLADDR] = {bytes, sizeof bytes};
+            notified = kNone;
+            netlink_layer2_neighborMsg_parse(attrs, int32_t(if_nametoindex(port)), RTM_NEWNEIGH);
+            EXPECT_EQ(joined({std::to_string(notified), sh("wc -l < /tmp/brctl.runs").out}),
+                      joined({std::to_string(port[0] == 'e' ? r.eth1 : r.ra0), std::to_string(r.runs) + "\n"}));
+            TearDown();
+        }
     }
     EXPECT_TRUE(run("znkernel macfilter off && rm -f /tmp/LanEthmacfilter_table"));
 }
