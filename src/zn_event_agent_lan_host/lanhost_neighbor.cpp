@@ -232,14 +232,19 @@ bool macfilter_stat_names(const char *mac) {
     return named;
 }
 
-// Whether the wired filter table has a line "MAC - PORT" for mac on port.
-bool lan_eth_macfilter_names(const char *mac, const char *port) {
+// Whether the wired filter table has a line "MAC - PORT" for mac on the port
+// that "brctl showmacs" gives it in its fifth column. The command runs only
+// once the table has opened: without the table its column can't change the
+// class, and each run is a child process that the tracker waits for.
+bool lan_eth_macfilter_names(const char *mac) {
     FILE *f = fopen(kLanEthMacfilterTable, "r");
     if (!f)
         return false;
+    char port[kMacfilterLine];
+    brctl_fifth_column(mac, port);
     char line[kMacfilterLine];
     bool named = false;
-    while (!named && fgets(line, sizeof line, f))
+    while (port[0] && !named && fgets(line, sizeof line, f))
         named = lanhost_macfilter_line_names(line, mac, port);
     fclose(f);
     return named;
@@ -255,10 +260,10 @@ bool lanhost_macfilter_line_names(const char *line, const char *mac, const char 
 
 namespace {
 
+// The stat file is read first: a MAC it names is filtered whatever the
+// wired table says, so the table and the command are not needed then.
 void macfilter_classify(lhost *host) {
-    char fifth[kMacfilterLine];
-    brctl_fifth_column(host->macAddr, fifth);
-    if (macfilter_stat_names(host->macAddr) || (fifth[0] && lan_eth_macfilter_names(host->macAddr, fifth)))
+    if (macfilter_stat_names(host->macAddr) || lan_eth_macfilter_names(host->macAddr))
         lanhost_macfilter_notify(host, kMacfilterFiltered);
     else if (!begins_with_any(host->brPortName, kWirelessMarks))
         lanhost_macfilter_notify(host, kMacfilterNewWired);
@@ -552,5 +557,3 @@ int wrapperZns_lanhost_update_Layer2Interface(lhost *host) {
     freeParameterList(list);
     return 0;
 }
-
-int lanhost_macfilter_notify(lhost *, int) { return 0; }

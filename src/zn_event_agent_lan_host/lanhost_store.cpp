@@ -9,11 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 
 #include "agent_log.h"
 #include "lanhost.h"
+#include "lanhost_lease_search.h"
 #include "lanhost_port.h"
 #include "lanhost_prefix.h"
 #include "unique_fd.h"
@@ -27,22 +27,9 @@ constexpr size_t kDnsmasqLineMax = 127, kDhcp6sLineMax = 255;
 
 bool wrapperUtil_search_dhcpleasefile(lhost *host);
 
-// The first line that "grep ADDRESS FILE" prints, cut to size - 1 characters;
-// false when there is none or the command can't run. address must be checked
-// text: it reaches the shell as it stands.
-bool grep_first_line(const char *address, const char *file, char *line, size_t size) {
-    char cmd[128];
-    snprintf(cmd, sizeof cmd, "grep %s %s", address, file);
-    FILE *out = popen(cmd, "r");
-    if (!out)
-        return false;
-    const bool found = fgets(line, int(size), out) != nullptr;
-    pclose(out);
-    return found;
-}
-
 // The lease file's line for the host's address, read under the DHCP server's
-// lock; false when there is none.
+// lock; false when there is none. Only an address is searched for, so that
+// "." is the one character with a meaning of its own in the search.
 bool dnsmasq_lease_line(const lhost *host, char (&line)[kDnsmasqLineMax + 1]) {
     if (!ipv4_str_is_valid(host->ipAddr)) {
         LANHOST_LOG_AS(wrapperUtil_search_dhcpleasefile, 1, "not an IPv4 address [%s], lease file not searched",
@@ -57,7 +44,7 @@ bool dnsmasq_lease_line(const lhost *host, char (&line)[kDnsmasqLineMax + 1]) {
         LANHOST_LOG_AS(wrapperUtil_search_dhcpleasefile, 1, "lock fail");
         return false;
     }
-    const bool found = grep_first_line(host->ipAddr, kDnsmasqLeaseFile, line, sizeof line);
+    const bool found = lanhost_lease_first_line(host->ipAddr, kDnsmasqLeaseFile, line, sizeof line);
     flock(lock.get(), LOCK_UN);
     return found;
 }
@@ -193,7 +180,7 @@ void dhcp6s_lease_params(const char *addr, zns_param_list_t *list) {
     setParameterToList(list, "X_ZN_V6LeaseTimeRemaining", ZNS_TYPE_INT32, &none);
     in6_addr parsed;
     char line[kDhcp6sLineMax + 1];
-    if (inet_pton(AF_INET6, addr, &parsed) != 1 || !grep_first_line(addr, kDhcp6sLeaseFile, line, sizeof line))
+    if (inet_pton(AF_INET6, addr, &parsed) != 1 || !lanhost_lease_first_line(addr, kDhcp6sLeaseFile, line, sizeof line))
         return;
     Dhcp6sLease lease;
     if (lanhost_dhcp6s_lease_parse(line, strlen(line), &lease) != Parse::kOk) {
