@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "byte_cursor.h"
-#include "lanhost_fd.h"
+#include "unique_fd.h"
 
 namespace {
 
