@@ -130,7 +130,7 @@ ButtonState buttonState[kButtonCount];
 bool ledSignalGiven;
 
 void fire(const Trigger &t) {
-    ZN_LOG(4, "%s", t.line);
+    ZN_LOG_AS(btn_handler, 4, "%s", t.line);
     agent_console("%s\n", t.console);
     t.task();
 }
@@ -193,7 +193,7 @@ void reset_release(const ButtonState &s) {
     const OutcomeDef &o = kOutcomes[plain ? plain_outcome(s.held) : province_outcome(s.held)];
     if (!o.action)
         return;
-    ZN_LOG(4, "%s", o.line);
+    ZN_LOG_AS(btn_handler, 4, "%s", o.line);
     o.action();
 }
 

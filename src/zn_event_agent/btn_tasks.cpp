@@ -25,14 +25,19 @@ constexpr size_t kWpsAps = sizeof kWpsExtSsids / sizeof kWpsExtSsids[0];
 // Security modes under which WPS may not start.
 constexpr const char *kNoWpsModes[] = {"None", "WEP-64", "WEP-128"};
 
-zns_ia_t index_value(int index) { return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 1, "%d", index); }
+// The store's instance value of an index, built under the file, function and
+// line of the task step that asks for it.
+zns_ia_t index_value(int index, CallSite caller = {}) {
+    return znsXml_ConstructIAValue(caller.file, caller.function, caller.line, 1, "%d", index);
+}
 
 const uint8_t *record(void *object) { return static_cast<const uint8_t *>(object); }
 
 // A flag read into a cleared 32-bit value: a read that delivers nothing leaves 0.
-int read_flag(zns_xml_handle_t *handle, uint32_t oid, int index, const char *name) {
+// The index value names the step that reads the flag.
+int read_flag(zns_xml_handle_t *handle, uint32_t oid, int index, const char *name, CallSite caller = {}) {
     int32_t value = 0;
-    znsXml_getParameterByOID(handle, oid, index_value(index), name, &value);
+    znsXml_getParameterByOID(handle, oid, index_value(index, caller), name, &value);
     return value;
 }
 

@@ -120,7 +120,7 @@ void link_walk(const uint8_t *buf, size_t len, LinkMsgFn fn) {
         if (h.nlmsg_type == RTM_NEWLINK || h.nlmsg_type == RTM_DELLINK)
             fn(msg, h.nlmsg_len);
         else if (!quiet)
-            ZN_LOG(0, "nh->nlmsg_type = %d\n", h.nlmsg_type);
+            ZN_LOG_AS(kernelEventHandler, 0, "nh->nlmsg_type = %d\n", h.nlmsg_type);
     });
 }
 

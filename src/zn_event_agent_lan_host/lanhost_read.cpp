@@ -7,8 +7,7 @@
 
 #include "agent_log.h"
 
-ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const ReadRule &rule, const char *caller,
-                          int line) {
+ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const ReadRule &rule, CallSite caller) {
     memset(buf, 0, size);
     const ssize_t n = recv(fd, buf, rule.text ? size - 1 : size, rule.flags);
     if (n >= 0 && size_t(n) >= rule.least)
@@ -16,13 +15,13 @@ ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const Read
     const int saved = errno; // the caller may tell one failure from another
     switch (rule.failure) {
     case ReadFailure::kPlain:
-        zn_event_lanhost_log(0, 1, caller, line, "read fail");
+        zn_event_lanhost_log(0, 1, caller.function, caller.line, "read fail");
         break;
     case ReadFailure::kErrno:
-        zn_event_lanhost_log(0, 1, caller, line, "read error: %s\n", strerror(errno));
+        zn_event_lanhost_log(0, 1, caller.function, caller.line, "read error: %s\n", strerror(errno));
         break;
     case ReadFailure::kResult:
-        zn_event_lanhost_log(0, 1, caller, line, "recv netlink msg error:%d\n", int(n));
+        zn_event_lanhost_log(0, 1, caller.function, caller.line, "recv netlink msg error:%d\n", int(n));
         break;
     }
     errno = saved;

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 
+#include "agent_log.h"
+
 // The words of a callback's line for a failed read.
 enum class ReadFailure {
     kPlain,  // "read fail"
@@ -24,5 +26,4 @@ struct ReadRule {
 // recv. A failure is logged at level 1 (tracker log) under the name and line
 // of the calling callback and gives -1 with errno as the recv left it;
 // else the number of bytes read.
-ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const ReadRule &rule,
-                          const char *caller = __builtin_FUNCTION(), int line = __builtin_LINE());
+ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const ReadRule &rule, CallSite caller = {});

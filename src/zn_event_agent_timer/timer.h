@@ -3,6 +3,8 @@
 // and the agent carries the task out.
 #pragma once
 
+#include "agent_log.h"
+
 constexpr const char *kTimerSocket = "/tmp/zn_event_agent_timer";
 
 // Thread entry; returns only when its socket can't be set up.
@@ -17,9 +19,9 @@ int timerEventDispatch(const char *text);
 // the first found; -1 for none.
 int timerTaskOf(const char *text);
 // The instance index of a task path: strtol's reading of what follows its
-// last '.', 0 when no number does. False, and logged, for null text or text
-// without a '.'.
-bool timerTaskIndex(const char *text, int *index);
+// last '.', 0 when no number does. False, and logged as the calling handler,
+// for null text or text without a '.'.
+bool timerTaskIndex(const char *text, int *index, CallSite caller = {});
 
 // The task handlers take the index behind the last '.' of text (strtol's
 // reading of it). 0, or -1 when the task couldn't be done.

@@ -35,14 +35,14 @@ constexpr TimerTask kTimerTasks[] = {
 
 } // namespace
 
-bool timerTaskIndex(const char *text, int *index) {
+bool timerTaskIndex(const char *text, int *index, CallSite caller) {
     if (!text) {
-        ZN_LOG(1, "read buf is null\n");
+        ZN_LOG_AT(caller, 1, "read buf is null\n");
         return false;
     }
     const char *dot = strrchr(text, '.');
     if (!dot) {
-        ZN_LOG(1, "read buf format error\n");
+        ZN_LOG_AT(caller, 1, "read buf format error\n");
         return false;
     }
     *index = int(strtol(dot + 1, nullptr, 10));
@@ -60,12 +60,12 @@ namespace {
 
 // Calls the operator's handler with the text's index; a result other than 0
 // is logged in the name of the task handler that called.
-int operator_task(const char *text, int (*handler)(int index), const char *name) {
+int operator_task(const char *text, int (*handler)(int index), CallSite caller = {}) {
     int index;
-    if (!timerTaskIndex(text, &index))
+    if (!timerTaskIndex(text, &index, caller))
         return -1;
     if (handler(index) != 0)
-        zns_log_print(__FILE__, name, __LINE__, 1, "%s %s fail.\n", name, text);
+        ZN_LOG_AT(caller, 1, "%s %s fail.\n", caller.function, text);
     return 0;
 }
 
@@ -116,8 +116,6 @@ int sleepTimerHandler(const char *text) {
     return 0;
 }
 
-int cmccTimedTaskHandler(const char *text) { return operator_task(text, zns_cmcc_timedTask_handler, __func__); }
+int cmccTimedTaskHandler(const char *text) { return operator_task(text, zns_cmcc_timedTask_handler); }
 
-int cmccDeviceLimitHandler(const char *text) {
-    return operator_task(text, zns_cmcc_deviceLimit_handler, __func__);
-}
+int cmccDeviceLimitHandler(const char *text) { return operator_task(text, zns_cmcc_deviceLimit_handler); }

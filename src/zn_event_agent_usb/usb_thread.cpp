@@ -67,8 +67,8 @@ constexpr Action kActions[] = {{"add", usbDevAdmit}, {"remove", usbDevRemove}};
 void handle_message(const char (&buf)[kAgentDgramSize]) {
     usbHotplugMsg msg;
     bool whole = usbHotplugMsgSplit(reinterpret_cast<const uint8_t *>(buf), sizeof buf, &msg);
-    ZN_LOG(5, "action: %s\n", msg.action);
-    ZN_LOG(5, "devName: %s\n", msg.devName);
+    ZN_LOG_AS(kernelKobjectEventHandler, 5, "action: %s\n", msg.action);
+    ZN_LOG_AS(kernelKobjectEventHandler, 5, "devName: %s\n", msg.devName);
     if (!whole)
         return;
     for (const Action &a : kActions) {

@@ -160,6 +160,7 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kLink, link.substr(0, 12), 1},
         {kLink, "\x28"s + link.substr(1) + "\xff\0\3\0eth7"s, 1},
         {kLink, "\xff\xff\0\0"s + link.substr(4), 1},
+        {kLink, "\x20\0\0\0\x63"s + link.substr(5), 1, "kernelEventHandler(): nh->nlmsg_type = 99"},
         {kLink, "\x30"s + link.substr(1) + "\x10\0\3\0eth7;touch /tm"s, 1},
         {kSh, "printf 'ETHER=eth7;touch /tmp/pwned" + std::string(80, 'x') + "' > /var/wanPhysicalType", 1},
         {kSh, "printf '\\0=\\377==\\n' > /var/wanPhysicalType", 1},

@@ -95,9 +95,12 @@ TEST(Device, ButtonTasksActOnTheStore) {
         {wifi + "1.Security ModeEnabled string WEP-64"s, "wlan-wps hold 3000", "SSID.5.WPS.X_ZN_Action=1\n",
          "SSID.1.WPS.X_ZN_Action=0\n", kOut, "ap[1]: ModeEnabled = WEP-64"},
         {wifi + "5.WPS X_ZN_Action uint 0 && znsUtil -s InternetGatewayDevice.X_ZN_Mesh Enable bool 1"s, "wps tap 0",
-         "X_ZN_Mesh.OnboardingTrigger=1\n", "SSID.5.WPS.X_ZN_Action=0\n", kOut, ""},
+         "X_ZN_Mesh.OnboardingTrigger=1\n", "SSID.5.WPS.X_ZN_Action=0\n", kOut, "btn_handler(): *** WPS TRIGGER ***"},
         {"true", "led tap 0", "X_ZN_LED.Leds_Turnoff=1\n", "", kJournal, "turnOffLed 1\n"},
+        {"znsUtil -s InternetGatewayDevice.X_ZN_SystemConfig ResetType uint 0", "reset hold 10000", "", "", kOut,
+         "btn_handler(): *** recv BTN_EVENT_FACTORY_DEFAULT ***"},
     };
+    sh("zncli log set zns_event_agent 4"); // for the trigger lines
     restart_agent();
     sh("zncli sys restoredefault");
     for (const auto &r : rows) {

@@ -39,7 +39,7 @@ int zn_event_dgram_sock_init(const char *path) {
     return fd;
 }
 
-bool zn_event_dgram_read(int fd, char (&buf)[kAgentDgramSize]) {
+bool zn_event_dgram_read(int fd, char (&buf)[kAgentDgramSize], CallSite caller) {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(fd, &readable);
@@ -48,6 +48,6 @@ bool zn_event_dgram_read(int fd, char (&buf)[kAgentDgramSize]) {
         return false;
     memset(buf, 0, sizeof buf);
     if (read(fd, buf, sizeof buf - 1) < 0)
-        ZN_LOG(0, "read error: %s\n", strerror(errno));
+        ZN_LOG_AT(caller, 0, "read error: %s\n", strerror(errno));
     return true;
 }

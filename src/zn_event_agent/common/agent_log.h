@@ -11,6 +11,18 @@
 // Module log with the caller's file, function and line.
 #define ZN_LOG(level, ...) zns_log_print(__FILE__, __func__, __LINE__, (level), __VA_ARGS__)
 
+// Where a call comes from. A helper that logs for its caller takes one as its
+// last argument, defaulted ({}), so that the line carries the caller's file,
+// function and line.
+struct CallSite {
+    const char *file;
+    const char *function;
+    int line;
+    CallSite(const char *f = __builtin_FILE(), const char *fn = __builtin_FUNCTION(), int l = __builtin_LINE())
+        : file(f), function(fn), line(l) {}
+};
+#define ZN_LOG_AT(site, level, ...) zns_log_print((site).file, (site).function, (site).line, (level), __VA_ARGS__)
+
 // Host tracker log, module index 0.
 #define LANHOST_LOG(level, ...) zn_event_lanhost_log(0, (level), __func__, __LINE__, __VA_ARGS__)
 
