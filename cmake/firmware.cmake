@@ -6,6 +6,9 @@ include(${CMAKE_CURRENT_LIST_DIR}/vendor_sdk.cmake)
 add_subdirectory(src)
 # Needed, as the gateway's programs need them, though nothing calls them.
 target_link_libraries(zn_event_agent PRIVATE -Wl,--push-state,--no-as-needed ${ZN_SDK_OPTIONAL} -Wl,--pop-state)
+# iconv: the C library's, or GNU libiconv where the sysroot has it apart.
+find_package(Iconv REQUIRED)
+target_link_libraries(zn_lanhost PUBLIC Iconv::Iconv)
 # A gateway's flash seldom carries the C++ runtime; the viewer brings its own.
 target_link_options(znhosts PRIVATE -static-libstdc++ -static-libgcc)
 

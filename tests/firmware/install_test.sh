@@ -43,7 +43,7 @@ agent=$w/root/usr/sbin/zn_event_agent
 ! readelf -d "$agent" "$w/root/usr/bin/znhosts" | grep -E 'RPATH|RUNPATH' || fail "installed with an RPATH"
 needed=$(readelf -d "$agent" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | tr '\n' ' ')
 for lib in $needed; do
-    [[ $lib =~ ^(libc|ld-linux.*|libevent.*|libznsmsg|libznsutils|libzn|liblog|libasan|libubsan)\.so ]] ||
+    [[ $lib =~ ^(libc|ld-linux.*|libevent.*|libznsmsg|libznsutils|libzn|libiconv|liblog|libasan|libubsan)\.so ]] ||
         fail "the agent needs $lib: $needed"
 done
 [[ " $needed " == *" liblog.so "* ]] || fail "liblog of the SDK not linked: $needed"
