@@ -94,7 +94,7 @@ inline void stop_process(pid_t pid) {
     waitpid(pid, nullptr, 0);
 }
 
-// Whether the agent that start starts has flushed the neighbour table of br0
+// Whether the agent that start() starts has flushed the neighbour table of br0
 // in time: the flush is the last step before its loop runs, so what happens
 // on the LAN from then on reaches it. An entry planted before the start shows
 // the flush. Without br0 the tracker ends at once, and there is nothing to

@@ -1,7 +1,9 @@
 // The installed agent of a firmware build (left in build/firmware by
 // firmware_install_test) as a gateway runs it: busybox init, PID 1 of a PID
 // namespace of its own, starts it by the shipped inittab line and starts it
-// again after a kill. Init and all it starts die with that namespace.
+// again after a kill. Init and all it starts die with that namespace; a
+// reboot(2) of init there ends only the namespace, and the reboot command is
+// the virtual gateway's stub.
 
 #include "shell.h"
 
