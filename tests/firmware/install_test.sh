@@ -2,9 +2,8 @@
 # A firmware build against the stand-in's vendor-sdk component, as an
 # integrator makes it, and its install into a root tree:
 #   install_test.sh SOURCE_DIR BUILD_DIR SANITIZE
-# Leaves the SDK with liblog, BUILD_DIR/firmware/sdk-log, and the root tree,
-# BUILD_DIR/firmware/root, for
-# firmware_respawn_system_test.
+# Leaves the SDK with liblog (BUILD_DIR/firmware/sdk-log) and the root tree
+# (BUILD_DIR/firmware/root) for firmware_respawn_system_test.
 set -euo pipefail
 src=$1 build=$2 sanitize=$3
 w=$build/firmware
