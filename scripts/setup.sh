@@ -10,5 +10,5 @@ apt-get install -y -qq --no-install-recommends \
     build-essential cmake pkg-config clang libclang-rt-14-dev \
     libevent-dev libblkid-dev libgtest-dev libgmock-dev googletest libbenchmark-dev \
     iproute2 bridge-utils util-linux e2fsprogs procps kmod iputils-ping iputils-arping udhcpc curl dnsmasq-base \
-    dosfstools fusefat ntfs-3g jq busybox python3 \
+    dosfstools fusefat ntfs-3g jq busybox python3 shellcheck \
     >/dev/null

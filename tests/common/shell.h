@@ -94,18 +94,39 @@ inline void stop_process(pid_t pid) {
     waitpid(pid, nullptr, 0);
 }
 
-// The agent, once it has flushed the neighbour table of br0: the flush is the
-// last step before its loop runs, so what happens on the LAN from then on
-// reaches it. An entry planted before the start shows the flush. Without br0
-// the tracker ends at once, and there is nothing to wait for.
-inline pid_t start_agent(const char *out = kAgentOut) {
+// Whether the agent that start() starts has flushed the neighbour table of br0
+// in time: the flush is the last step before its loop runs, so what happens
+// on the LAN from then on reaches it. An entry planted before the start shows
+// the flush. Without br0 the tracker ends at once, and there is nothing to
+// wait for.
+inline bool starts_flushed(const std::function<void()> &start) {
     const bool lan = sh("ip neigh replace 192.168.1.254 lladdr 02:00:00:00:99:99 dev br0 nud stale").status == 0;
-    const pid_t pid = start_process(ZN_BUILD_DIR "/bin/zn_event_agent", out);
-    if (lan && !eventually([] { return sh("ip neigh show 192.168.1.254 dev br0").out.empty(); })) {
+    start();
+    return !lan || eventually([] { return sh("ip neigh show 192.168.1.254 dev br0").out.empty(); });
+}
+
+inline pid_t start_agent(const char *out = kAgentOut) {
+    pid_t pid = -1;
+    if (!starts_flushed([&] { pid = start_process(ZN_BUILD_DIR "/bin/zn_event_agent", out); })) {
         stop_process(pid);
         return -1;
     }
     return pid;
+}
+
+// dnsmasq serving br0 with leases of seconds; its lease-change script reports
+// each lease to the agent.
+inline testing::AssertionResult start_dnsmasq(int seconds) {
+    return run("dnsmasq --port=0 --interface=br0 --bind-interfaces --dhcp-range=192.168.1.100,192.168.1.150," +
+               std::to_string(seconds) + " --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script=" ZN_SOURCE_DIR
+               "/tools/vgw/dnsmasq_lease.sh --pid-file=/tmp/dnsmasq.pid --log-facility=/tmp/dnsmasq.log");
+}
+
+// The address that udhcpc obtained in the LAN host, empty without a lease.
+inline std::string take_lease(const std::string &host, const std::string &options = "") {
+    const std::string out = sh("vgw host exec " + host + " udhcpc -i eth0 -n -q -t 5 -s /bin/true " + options).out;
+    const size_t at = out.find("lease of ");
+    return at == std::string::npos ? "" : out.substr(at + 9, out.find(' ', at + 9) - at - 9);
 }
 
 using Object = std::map<std::string, std::string>;

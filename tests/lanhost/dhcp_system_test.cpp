@@ -21,13 +21,6 @@ struct Peer {
 
 std::string differs(const Peer &p, const std::string &want) { return differences(host_object(p.mac), want); }
 
-// The address that udhcpc obtained, empty without a lease.
-std::string take_lease(const Peer &p, const std::string &options) {
-    const std::string out = sh("vgw host exec " + p.name + " udhcpc -i eth0 -n -q -t 5 -s /bin/true " + options).out;
-    const size_t at = out.find("lease of ");
-    return at == std::string::npos ? "" : out.substr(at + 9, out.find(' ', at + 9) - at - 9);
-}
-
 testing::AssertionResult send_dhcp(const Peer &p, int type, const std::string &ip, const std::string &name) {
     return run("vgw host exec " + p.name + " python3 " ZN_SOURCE_DIR "/tools/vgw/send.py dhcp eth0 " +
                std::to_string(type) + " " + p.mac + " " + ip + " " + name);
@@ -60,10 +53,7 @@ protected:
                         kWanIp + " ConnectionType string IP_Bridged && znsUtil -s " + kWanIp +
                         " X_ZN_LanInterface string InternetGatewayDevice.LANDevice.1.LANEthernetInterfaceConfig.4"));
         ASSERT_GT(agent = start_agent(), 0);
-        ASSERT_TRUE(run("dnsmasq --port=0 --interface=br0 --bind-interfaces --dhcp-range=192.168.1.100,192.168.1.150," +
-                        std::to_string(kLeaseSeconds) +
-                        " --dhcp-leasefile=/etc/dnsmasq.leases --dhcp-script=" ZN_SOURCE_DIR
-                        "/tools/vgw/dnsmasq_lease.sh --pid-file=/tmp/dnsmasq.pid --log-facility=/tmp/dnsmasq.log"));
+        ASSERT_TRUE(start_dnsmasq(kLeaseSeconds));
     }
     static void TearDownTestSuite() {
         sh("kill $(cat /tmp/dnsmasq.pid)");
@@ -80,7 +70,7 @@ TEST_F(DhcpSnooping, LeasedHostsShowWithTheirNameAndLeaseTime) {
     };
     for (const auto &[peer, options, name, port] : cases) {
         ASSERT_TRUE(run("vgw host add " + peer.name + " " + peer.port + " " + peer.mac));
-        const std::string ip = take_lease(peer, options);
+        const std::string ip = take_lease(peer.name, options);
         ASSERT_NE(ip, "") << file_text("/tmp/dnsmasq.log");
         const std::string want = "IPAddress=" + ip + ";AddressSource=DHCP;HostName=" + name +
                                  ";Layer2Interface=InternetGatewayDevice.LANDevice.1.LANEthernetInterfaceConfig." +
@@ -98,7 +88,7 @@ TEST_F(DhcpSnooping, RequestsCountOnlyFromHostsBehindABridgedConnection) {
         ASSERT_TRUE(run("vgw host add " + p.name + " " + p.port + " " + p.mac));
     ASSERT_EQ(request_until_shown(bridged1, "192.168.1.51", "bridged-one"), "");
     ASSERT_EQ(request_until_shown(bridged2, "192.168.1.52", "bridged-two"), "");
-    const std::string leased = "IPAddress=" + take_lease(ordinary, "-x hostname:ordinary") + ";HostName=ordinary";
+    const std::string leased = "IPAddress=" + take_lease(ordinary.name, "-x hostname:ordinary") + ";HostName=ordinary";
     ASSERT_TRUE(eventually([&] { return differs(ordinary, leased).empty(); })) << differs(ordinary, leased);
     Object before = host_object(ordinary.mac);
 
