@@ -1,5 +1,7 @@
 #include "usb_devlist.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,15 +24,17 @@ void format_line(const usbDevEntry *e, char (&line)[kLineSize]) {
              e->product, e->manufacturer, e->serial, e->bcdDevice, e->fsType, e->label, e->readOnly);
 }
 
-// The lines of the file, from the current position to the end.
-std::string read_rest(FILE *f) {
-    std::string text;
-    size_t size = kLineSize;
-    char *buf = static_cast<char *>(malloc(size));
-    ssize_t n;
-    while (buf && (n = getline(&buf, &size, f)) > 0)
-        text.append(buf, size_t(n));
-    free(buf);
+// The whole file with a NUL behind it, in a buffer the caller frees; null
+// when it can't be read.
+char *read_all(FILE *f, size_t *len) {
+    struct stat st;
+    if (fstat(fileno(f), &st) != 0)
+        return nullptr;
+    char *text = static_cast<char *>(malloc(size_t(st.st_size) + 1));
+    if (!text)
+        return nullptr;
+    *len = fread(text, 1, size_t(st.st_size), f);
+    text[*len] = '\0';
     return text;
 }
 
@@ -80,34 +84,43 @@ int delFromUsbDevListFile2(const char *line) {
         ZN_LOG(1, "fopen %s fail\n", kUsbDevListFile);
         return -1;
     }
-    const std::string text = read_rest(f);
+    size_t len = 0;
+    char *text = read_all(f, &len);
     fclose(f);
-    std::string kept;
-    bool dropped = usbDevListDropId(text.data(), text.size(), usbDigitsParse(line), &kept);
+    if (!text) {
+        ZN_LOG(1, "read %s fail\n", kUsbDevListFile);
+        return -1;
+    }
+    bool dropped = usbDevListDropId(text, &len, usbDigitsParse(line));
     f = fopen(kUsbDevListFile, "w");
     if (!f) {
+        free(text);
         ZN_LOG(1, "fopen %s fail\n", kUsbDevListFile);
         return -1;
     }
-    fwrite(kept.data(), 1, kept.size(), f);
+    fwrite(text, 1, len, f);
     fflush(f);
     fclose(f);
+    free(text);
     return dropped ? 1 : 0;
 }
 
-bool usbDevListDropId(const char *text, size_t len, uint32_t id, std::string *kept) {
+bool usbDevListDropId(char *text, size_t *len, uint32_t id) {
     bool dropped = false;
-    while (len > 0) {
-        const char *end = static_cast<const char *>(memchr(text, '\n', len));
-        size_t n = end ? size_t(end - text) + 1 : len;
-        // A terminated copy for the parse, which stops at the first non-digit.
-        std::string line(text, n);
-        if (usbDigitsParse(line.c_str()) == id)
+    size_t kept = 0;
+    for (size_t at = 0; at < *len;) {
+        const char *end = static_cast<const char *>(memchr(text + at, '\n', *len - at));
+        size_t n = end ? size_t(end - (text + at)) + 1 : *len - at;
+        // The parse stops at the line feed or, on a last line without one, at the NUL.
+        if (usbDigitsParse(text + at) == id) {
             dropped = true;
-        else
-            kept->append(line);
-        text += n;
-        len -= n;
+        } else {
+            memmove(text + kept, text + at, n);
+            kept += n;
+        }
+        at += n;
     }
+    text[kept] = '\0';
+    *len = kept;
     return dropped;
 }

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 struct usbDevEntry;
 
@@ -24,7 +23,8 @@ int addToUsbDevListFile2(const char *line);
 // null line or the file can't be opened.
 int delFromUsbDevListFile2(const char *line);
 
-// The lines of text whose number before the first comma is not id, in their
-// order, into kept; whether a line was left out. The last line may lack its
-// line feed.
-bool usbDevListDropId(const char *text, size_t len, uint32_t id, std::string *kept);
+// Takes the lines whose number before the first comma is id out of the len
+// bytes of text, keeping the others in their order at its start and a NUL
+// behind them; len becomes their length. text holds a NUL at text[len] on
+// entry; its last line may lack its line feed. Whether a line was taken out.
+bool usbDevListDropId(char *text, size_t *len, uint32_t id);

@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "agent_log.h"
 #include "libzn.h"
@@ -112,15 +111,14 @@ int UsbDevProductInfoGet(usbDevEntry *entry) {
         return -1;
     }
     usbDevPathCut(cut);
+    char text[kUsbAttrTextSize];
     for (const NumberAttr &a : kNumberAttrs) {
-        std::string text = usbSysAttrRead(cut, a.name);
-        if (!text.empty())
-            entry->*a.field = a.parse(text.c_str());
+        if (usbSysAttrRead(cut, a.name, text))
+            entry->*a.field = a.parse(text);
     }
     for (const TextAttr &a : kTextAttrs) {
-        std::string text = usbSysAttrRead(cut, a.name);
-        if (!text.empty())
-            usb_set_text(entry->*a.field, text.c_str());
+        if (usbSysAttrRead(cut, a.name, text))
+            usb_set_text(entry->*a.field, text);
     }
     entry->devPhyPort = 1;
     if (libzn_sys_getUsbNum() != 1) {
@@ -133,8 +131,7 @@ int UsbDevProductInfoGet(usbDevEntry *entry) {
     }
     entry->devPhyPortSubId = getUniqueUsbPortSubId(entry->devPhyPort);
     // The node's own directory, not the USB device's, says whether it is read-only.
-    std::string ro = usbSysAttrRead(entry->sysPath, "ro");
-    if (!ro.empty())
-        entry->readOnly = ro == "0" ? 0 : 1;
+    if (usbSysAttrRead(entry->sysPath, "ro", text))
+        entry->readOnly = strcmp(text, "0") == 0 ? 0 : 1;
     return 0;
 }

@@ -8,7 +8,6 @@
 namespace {
 
 constexpr size_t kAttrPathSize = 128;
-constexpr size_t kAttrTextSize = 128;
 
 // Path marks and how many components lie between each and the USB device:
 // .../3-1/3-1:1.0/ttyUSB0/tty/ttyUSB0, .../3-1/3-1:1.0/0003:0ABC:1DEF.0001/input/input5/event3,
@@ -35,20 +34,20 @@ void drop_components(char *path, int n) {
 
 } // namespace
 
-std::string usbSysAttrRead(const char *path, const char *name) {
+bool usbSysAttrRead(const char *path, const char *name, char (&text)[kUsbAttrTextSize]) {
+    text[0] = '\0';
     char file[kAttrPathSize] = {};
     int len = snprintf(file, sizeof file, "/sys%s/%s", path, name);
     if (len < 0 || size_t(len) >= sizeof file || access(file, F_OK) != 0)
-        return {};
+        return false;
     FILE *f = fopen(file, "re");
     if (!f)
-        return {};
-    char text[kAttrTextSize] = {};
-    if (!fgets(text, sizeof text, f))
+        return false;
+    if (!fgets(text, kUsbAttrTextSize, f))
         text[0] = '\0';
     fclose(f);
     text[strcspn(text, "\n")] = '\0';
-    return text;
+    return text[0] != '\0';
 }
 
 uint32_t usbDigitsParse(const char *text) {

@@ -1,13 +1,16 @@
 // Reading a device's place and data in sysfs.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <string>
+
+constexpr size_t kUsbAttrTextSize = 128;
 
 // The first line of the attribute file "/sys" + path + "/" + name, without
-// its line feed; empty when the file is missing, unreadable or empty, or
-// when the whole file name doesn't fit 127 bytes.
-std::string usbSysAttrRead(const char *path, const char *name);
+// its line feed, into text; empty when the file is missing, unreadable or
+// empty, or when the whole file name doesn't fit 127 bytes. Whether text is
+// not empty.
+bool usbSysAttrRead(const char *path, const char *name, char (&text)[kUsbAttrTextSize]);
 
 // Leading blanks skipped, then decimal digits up to the first other
 // character: "0100" gives 100, "01a0" gives 1, "" gives 0.

@@ -3,9 +3,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <new>
-#include <string>
 
 #include "agent_dgram.h"
 #include "agent_log.h"
@@ -20,7 +19,6 @@ namespace {
 
 constexpr const char *kScanFile = "/tmp/usbDevice";
 constexpr const char *kOsgiDoneFile = "/tmp/osgiDone";
-constexpr size_t kScanLineSize = 256;
 constexpr char kDevPrefix[] = "/dev/";
 
 // A scan line that names no path gets the directory its kind lives in.
@@ -32,14 +30,20 @@ constexpr ScanDir kScanDirs[] = {{"event", "input/"}, {"lp", "usb/"}};
 
 } // namespace
 
-std::string usbScanLineName(const char *line) {
-    if (strncmp(line, kDevPrefix, sizeof kDevPrefix - 1) == 0)
-        return line + sizeof kDevPrefix - 1;
-    for (const ScanDir &d : kScanDirs) {
-        if (strstr(line, d.mark))
-            return std::string(d.dir) + line;
+const char *usbScanLineName(const char *line, char (&name)[kUsbScanNameSize]) {
+    const char *dir = "";
+    if (strncmp(line, kDevPrefix, sizeof kDevPrefix - 1) == 0) {
+        line += sizeof kDevPrefix - 1;
+    } else {
+        for (const ScanDir &d : kScanDirs) {
+            if (strstr(line, d.mark)) {
+                dir = d.dir;
+                break;
+            }
+        }
     }
-    return line;
+    snprintf(name, sizeof name, "%s%s", dir, line);
+    return name;
 }
 
 namespace {
@@ -51,7 +55,7 @@ void usbDevRemove(const char *devName) {
             usb_set_text(e->eventType, kUsbDevPull);
             warpperUsbDeviceEventSend(e);
             *at = e->next;
-            delete e;
+            free(e);
             return;
         }
     }
@@ -90,11 +94,12 @@ void usbDevAdmit(const char *devName) {
         return;
     if (isMoreStorageForOneDev(&entry))
         return;
-    auto *listed = new (std::nothrow) usbDevEntry(entry);
+    auto *listed = static_cast<usbDevEntry *>(malloc(sizeof entry));
     if (!listed) {
         ZN_LOG(0, "malloc usbDevEntry fail\n");
         return;
     }
+    *listed = entry;
     listed->next = usbDevList;
     usbDevList = listed;
     warpperUsbDeviceEventSend(listed);
@@ -112,12 +117,13 @@ void usbDevFirstScan() {
         unlink(kScanFile);
         return;
     }
-    char line[kScanLineSize];
+    char line[kUsbScanLineSize];
+    char name[kUsbScanNameSize];
     while (fgets(line, sizeof line, f)) {
         size_t len = strlen(line);
         if (len && line[len - 1] == '\n')
             line[len - 1] = '\0';
-        usbDevAdmit(usbScanLineName(line).c_str());
+        usbDevAdmit(usbScanLineName(line, name));
     }
     fclose(f);
     unlink(kScanFile);

@@ -2,9 +2,12 @@
 // plugged in already, and the road of a device into and out of the list.
 #pragma once
 
-#include <string>
+#include <cstddef>
 
 constexpr const char *kUsbSocketPath = "/tmp/zn_event_agent_usb";
+constexpr size_t kUsbScanLineSize = 256;
+// A scan line with the longest directory put before it.
+constexpr size_t kUsbScanNameSize = kUsbScanLineSize + 8;
 
 // Thread entry; in normal running it never returns. It ends in silence when
 // its socket can't be set up.
@@ -14,8 +17,9 @@ void *kernelKobjectEventHandler(void *arg);
 // partitions, input event nodes and printers, through a work file.
 void usbDevFirstScan();
 // The node below /dev that a line of the scan's work file names: a path
-// under /dev, or a bare name given the directory of its kind.
-std::string usbScanLineName(const char *line);
+// under /dev, or a bare name given the directory of its kind; into name,
+// cut to fit, and returned.
+const char *usbScanLineName(const char *line, char (&name)[kUsbScanNameSize]);
 
 // Identifies, numbers and, for storage, mounts the device of a node below
 // /dev; lists it and reports it unless a step refuses it.

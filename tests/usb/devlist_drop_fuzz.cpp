@@ -9,11 +9,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0)
         return 0;
     const uint32_t id = data[0];
-    const char *text = reinterpret_cast<const char *>(data + 1);
-    std::string kept, again;
-    bool dropped = usbDevListDropId(text, size - 1, id, &kept);
-    if (dropped != (kept.size() < size - 1) || kept.size() > size - 1 ||
-        usbDevListDropId(kept.data(), kept.size(), id, &again) || again != kept)
+    std::string text(reinterpret_cast<const char *>(data + 1), size - 1);
+    size_t kept = text.size();
+    bool dropped = usbDevListDropId(text.data(), &kept, id);
+    size_t again = kept;
+    if (dropped != (kept < size - 1) || kept > size - 1 || usbDevListDropId(text.data(), &again, id) ||
+        again != kept)
         abort();
     return 0;
 }

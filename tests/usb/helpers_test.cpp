@@ -47,8 +47,9 @@ TEST(UsbHelpers, ListRewriteDropsEveryLineOfTheIdAndNoOther) {
         {3, false, file},
     };
     for (const auto &r : rows) {
-        std::string kept;
-        EXPECT_EQ(usbDevListDropId(file.data(), file.size(), r.id, &kept), r.dropped) << r.id;
-        EXPECT_EQ(kept, r.kept) << r.id;
+        std::string text = file;
+        size_t len = text.size();
+        EXPECT_EQ(usbDevListDropId(text.data(), &len, r.id), r.dropped) << r.id;
+        EXPECT_EQ(std::string(text.data(), len), r.kept) << r.id;
     }
 }

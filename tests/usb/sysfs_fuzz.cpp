@@ -2,6 +2,7 @@
 // a node's link cut to its USB device, a decimal attribute, a scan line.
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "usb_sysfs.h"
 #include "usb_thread.h"
@@ -11,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     memcpy(text, data, size < sizeof text - 1 ? size : sizeof text - 1);
     const std::string line = text;
     usbDigitsParse(text);
-    if (usbScanLineName(text).size() < line.size() - (line.rfind("/dev/", 0) == 0 ? 5 : 0))
+    char name[kUsbScanNameSize];
+    if (strlen(usbScanLineName(text, name)) < line.size() - (line.rfind("/dev/", 0) == 0 ? 5 : 0))
         abort();
     const size_t before = strlen(text);
     if (strlen(usbDevPathCut(text)) > before)
