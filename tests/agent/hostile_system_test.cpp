@@ -135,6 +135,10 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kLease, "02:00:00:00:10:01,86400,192.168.1.10,pc'" + shellText, 1},
         {kLease, "02:00:00:00:10:01,86400,192.168.1.10;touch /tmp/pwned,pc", 1},
         {kLease, "02:00:00:00:10:01\0,1,192.168.1.10"s, 500},
+        // The viewer's JSON of a name of broken UTF-8 reads in a strict reader; what it prints is kept.
+        {kLease, "02:00:00:00:10:01,86400,192.168.1.10,\xff\xc3x\x01\xe2\x82\xac", 1, R"("\ufffd\ufffdx\u0001\u20ac")",
+         "znhosts --json | python3 -c 'import json,sys; print(json.dumps(json.loads(sys.stdin.buffer.read().decode()"
+         ")[\"hosts\"]))' >> /tmp/json.out; cat /tmp/json.out"},
         {kDhcp6s, std::string(300, 'f'), 1, "dhcp6s report field too long"},
         {kDhcp6s, "\xff\0\xfe'"s + shellText, 1},
         {kRadvd, std::string(300, '1'), 1, "radvd report too long for an address"},
