@@ -172,6 +172,10 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kPon, "", 1},
         {kPon, "\xff\xff\0\0\x09\0"s, 1},
         {kPon, std::string(5000, '\x09'), 1},
+        // The device's writer goes: the reads that find nothing cost under 5% of a core; a new writer is read.
+        {kSh, "kill $(pgrep -fx 'sleep infinity') && t() { awk '{print $14 + $15}' /proc/$(pidof zn_event_agent)/stat; }"
+              " && a=$(t) && sleep 4 && [ $(($(t) - a)) -lt $(($(getconf CLK_TCK) / 5)) ] && echo idle > /tmp/idle",
+         1, "idle", "cat /tmp/idle"},
         {kKeys, "1 408 2 1 408 0", 1},
         {kKeys, "1 594 7 4 4 4 0 0 0 1 65535 -1 1 237 1 1 237 -2147483648 1 237 0", 1},
         {kFilter, "printf 'mac count\\n$(>/777) 5\\n02:00:00:00:77:05;>/777 1\\n' "
