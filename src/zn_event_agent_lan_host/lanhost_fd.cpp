@@ -7,6 +7,8 @@
 
 #include "agent_log.h"
 
+int fd_rcvbuf_force(int fd, int bytes) { return setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes); }
+
 ssize_t lanhost_read_once(evutil_socket_t fd, void *buf, size_t size, const ReadRule &rule, const char *caller,
                           int line) {
     memset(buf, 0, size);

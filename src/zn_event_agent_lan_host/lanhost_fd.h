@@ -33,6 +33,11 @@ private:
     int fd_;
 };
 
+// Gives a socket a receive buffer of bytes (the kernel doubles the figure),
+// forced past net.core.rmem_max, which is far smaller on a gateway; 0, or
+// -1 with errno.
+int fd_rcvbuf_force(int fd, int bytes);
+
 // The words of a callback's line for a failed read.
 enum class ReadFailure {
     kPlain,  // "read fail"

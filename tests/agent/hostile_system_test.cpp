@@ -71,6 +71,7 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
     const std::string nlPort = sh("awk '$2 == 0 && $4 == \"00000551\" {printf $3}' /proc/net/netlink").out;
     const std::string dgram = kSend + "dgram unix /tmp/", unix = kSend + "unix /tmp/", pc = "vgw host exec pc " + kSend;
     const std::string bus = "cat /tmp/bus.out", journal = "cat /var/log/zn_platform.journal";
+    const std::string ports = "wan0 eth0 eth3 eth4 lan0 lan1 lan2 lan3 lan4";
     const Entry entries[] = {
         {dgram + "zn_event_agent_timer", true, unix + "zn_event_agent_timer InternetGatewayDevice.CMCC_TimedTask.3",
          " timedTask 3\n", journal},
@@ -169,6 +170,12 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kLink, "\x30"s + link.substr(1) + "\x10\0\3\0eth7;touch /tm"s, 1},
         {kSh, "printf 'ETHER=eth7;touch /tmp/pwned" + std::string(80, 'x') + "' > /var/wanPhysicalType", 1},
         {kSh, "printf '\\0=\\377==\\n' > /var/wanPhysicalType", 1},
+        // With IPv6, a WAN port's first carrier-up, and eight LAN ports' together, each have their up event.
+        {kSh, "echo ETHER=wan0 > /var/wanPhysicalType && for p in " + ports + "; do ip link add $p type veth peer $p "
+              "netns far && ip link set $p up; done && printf 'link set %s up\\n' " + ports + " | ip -n far -batch - && "
+              "up() { for p in " + ports + "; do grep -qE \"^[12]00 0xc0000000 ETHER=$p$\" /tmp/bus.out || return 1; "
+              "done; }; for i in $(seq 100); do up && break; sleep 0.1; done; up && echo up > /tmp/links; "
+              "for p in " + ports + "; do ip link del $p; done", 1, "up", "cat /tmp/links"},
         {kPon, "", 1},
         {kPon, "\xff\xff\0\0\x09\0"s, 1},
         {kPon, std::string(5000, '\x09'), 1},
