@@ -16,21 +16,19 @@ TEST(Faults, AroundTheAgentLoseNoLineAndBlockNoWorker) {
                     "echo 3 > /tmp/zn_event_agent_lanhost_debug"));
     pid_t monitor = start_process(ZN_BUILD_DIR "/bin/znsMonitor", "/var/bus.out");
     ASSERT_TRUE(eventually([] { return sh("ls /run/zns_bus | grep -q '^sub'").status == 0; }));
+    // Once the tracker's log level is raised and the USB socket is there.
     pid_t agent = start_agent("/var/agent.out");
-    ASSERT_TRUE(eventually([] {
-        return sh("grep -q 'macAgeingDetect timer call back' /var/agent.out && grep -q agent_usb /proc/net/unix")
-                   .status == 0;
-    }));
+    ASSERT_TRUE(eventually(
+        [] { return run("grep -q 'macAgeingDetect timer' /var/agent.out && grep -q _usb /proc/net/unix"); }));
     const std::string list = " /tmp/usbDevListMore", hosts = " InternetGatewayDevice.LANDevice.1.Hosts",
                       host = hosts + ".Host.", mon = std::to_string(monitor);
     // A host that leases, is seen on eth1 and comes alive.
-    const auto lease = [](const std::string &mac, const std::string &ip) {
-        return "printf '1 " + mac + " " + ip + " h *\\n' > /etc/dnsmasq.leases && bridge fdb replace " + mac +
-               " dev eth1 master dynamic && ip neigh replace " + ip + " lladdr " + mac + " dev br0 nud reachable";
-    };
+    const std::string lease = "printf '1 02:00:00:00:88:01 192.168.1.91 h *\\n' > /etc/dnsmasq.leases && bridge fdb "
+                              "replace 02:00:00:00:88:01 dev eth1 master dynamic && ip neigh replace 192.168.1.91 "
+                              "lladdr 02:00:00:00:88:01 dev br0 nud reachable";
     const auto port_up = [](const std::string &p) {
-        return "ip link add " + p + " type veth peer " + p + " netns far && echo 1 > /proc/sys/net/ipv6/conf/" + p +
-               "/disable_ipv6 && ip link set " + p + " up && ip -n far link set " + p + " up";
+        return "ip link add " + p + " type veth peer " + p + " netns far && ip link set " + p + " up && ip -n far link "
+               "set " + p + " up";
     };
     const struct {
         std::string fault, left, valid, served;
@@ -43,14 +41,15 @@ TEST(Faults, AroundTheAgentLoseNoLineAndBlockNoWorker) {
          "vgw usb plug sdc1", "grep -q 'usb storage mount fail' /var/agent.out"},
         // ... and a third stick whose mount point can't be learnt: no line, no event 1300.
         {"true", "! grep -q sdc" + list + " && ! grep -q '^1300 .*sdc' /var/bus.out",
-         "rm /tmp/fill && vgw usb plug ttyUSB0", "grep -q ttyUSB0" + list + " && grep -q '^1300 .*ttyUSB0' /var/bus.out"},
+         "rm /tmp/fill && vgw usb plug ttyUSB0",
+         "grep -q ttyUSB0" + list + " && grep -q '^1300 .*ttyUSB0' /var/bus.out"},
         // 255 Host objects: the 256th host stays in memory, the others and the count unchanged.
         {"for i in $(seq 255); do znsUtil -a" + host + "$i && znsUtil -s" + host + "$i MACAddress mac "
          "02:00:00:01:00:$(printf %02x $i); done >/dev/null 2>&1; znsUtil -g" + hosts +
-         " HostNumberOfEntries > /var/n && " + lease("02:00:00:00:88:01", "192.168.1.91"),
+         " HostNumberOfEntries > /var/n && " + lease,
          "grep -q 'not find zns host addIdx' /var/agent.out && [ \"$(znsUtil -g" + hosts + " HostNumberOfEntries)\" = "
          "\"$(cat /var/n)\" ] && [ $(znsUtil -l" + hosts + " | grep -c 'Host\\.[0-9]*\\.MACAddress=') = 255 ]",
-         "znsUtil -d" + host + "255 && ip neigh del 192.168.1.91 dev br0 && " + lease("02:00:00:00:88:01", "192.168.1.91"),
+         "znsUtil -d" + host + "255 && ip neigh del 192.168.1.91 dev br0 && " + lease,
          "znsUtil -l" + hosts + " | grep -q 'Host.255.MACAddress=02:00:00:00:88:01'"},
         // A subscriber that stops reading (its socket full), then none at all: link events go on.
         {"kill -STOP " + mon + " && for i in $(seq 20); do ip link set eth1 down && ip link set eth1 up; done", "true",
@@ -65,7 +64,7 @@ TEST(Faults, AroundTheAgentLoseNoLineAndBlockNoWorker) {
     for (const auto &r : rows) {
         SCOPED_TRACE(r.fault.substr(0, 160));
         sh(r.fault);
-        EXPECT_TRUE(eventually([&] { return sh(r.left).status == 0; })) << r.left << "\n" << file_text("/var/agent.out");
+        EXPECT_TRUE(eventually([&] { return sh(r.left).status == 0; })) << r.left << file_text("/var/agent.out");
         sh(r.valid);
         EXPECT_TRUE(eventually([&] { return sh(r.served).status == 0; })) << r.served;
         ASSERT_EQ(waitpid(agent, nullptr, WNOHANG), 0) << file_text("/var/agent.out");

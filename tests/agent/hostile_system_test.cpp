@@ -172,16 +172,16 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kSh, "printf '\\0=\\377==\\n' > /var/wanPhysicalType", 1},
         // With IPv6, a WAN port's first carrier-up, and eight LAN ports' together, each have their up event.
         {kSh, "echo ETHER=wan0 > /var/wanPhysicalType && for p in " + ports + "; do ip link add $p type veth peer $p "
-              "netns far && ip link set $p up; done && printf 'link set %s up\\n' " + ports + " | ip -n far -batch - && "
-              "up() { for p in " + ports + "; do grep -qE \"^[12]00 0xc0000000 ETHER=$p$\" /tmp/bus.out || return 1; "
-              "done; }; for i in $(seq 100); do up && break; sleep 0.1; done; up && echo up > /tmp/links; "
+              "netns far && ip link set $p up; done && printf 'link set %s up\\n' " + ports + " | ip -n far -batch - "
+              "&& up() { for p in " + ports + "; do grep -qE \"^[12]00 0xc0000000 ETHER=$p$\" /tmp/bus.out || return "
+              "1; done; }; for i in $(seq 100); do up && break; sleep 0.1; done; up && echo up > /tmp/links; "
               "for p in " + ports + "; do ip link del $p; done", 1, "up", "cat /tmp/links"},
         {kPon, "", 1},
         {kPon, "\xff\xff\0\0\x09\0"s, 1},
         {kPon, std::string(5000, '\x09'), 1},
         // The device's writer goes: the reads that find nothing cost under 5% of a core; a new writer is read.
-        {kSh, "kill $(pgrep -fx 'sleep infinity') && t() { awk '{print $14 + $15}' /proc/$(pidof zn_event_agent)/stat; }"
-              " && a=$(t) && sleep 4 && [ $(($(t) - a)) -lt $(($(getconf CLK_TCK) / 5)) ] && echo idle > /tmp/idle",
+        {kSh, "kill $(pgrep -fx 'sleep infinity') && t() { awk '{print $14 + $15}' /proc/$(pidof zn_event_agent)/stat; "
+              "} && a=$(t) && sleep 4 && [ $(($(t) - a)) -lt $(($(getconf CLK_TCK) / 5)) ] && echo idle > /tmp/idle",
          1, "idle", "cat /tmp/idle"},
         {kKeys, "1 408 2 1 408 0", 1},
         {kKeys, "1 594 7 4 4 4 0 0 0 1 65535 -1 1 237 1 1 237 -2147483648 1 237 0", 1},
