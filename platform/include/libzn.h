@@ -40,7 +40,8 @@ int zns_cmcc_deviceLimit_handler(int index);          /* 0 on success */
 int libzn_dosystem(const char *cmd);
 int zn_do_cmd(const char *cmd);
 
-/* USB storage: out receives NUL-terminated text, at most 64 bytes. */
+/* USB storage: out receives NUL-terminated text, at most 64 bytes for the
+ * label and 8 for the file system type. */
 int libzn_usb_getLabel(const char *dev, char *out);
 int libzn_usb_getFsType(const char *dev, char *out);
 /* First line of the file without its line end, at most 255 bytes; out stays as it was without one. */

@@ -4,6 +4,7 @@
 #include <linux/input.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -27,6 +28,7 @@ constexpr size_t kInputRecordSize = sizeof(input_event);
 constexpr uint16_t kEvKey = 1;
 enum KeyValue : int32_t { kRelease = 0, kPress = 1, kRepeat = 2 };
 constexpr long kTraceOnlyMode = 1; // board setting BTN_MODE
+constexpr unsigned kReadRetrySeconds = 1;
 
 constexpr uint32_t kOidSystemConfig = 275;
 constexpr size_t kResetTypeAt = 25;
@@ -274,11 +276,26 @@ void *btn_handler(void *) {
         agent_console("open %s error\n", kInputDevice);
         return nullptr;
     }
+    // A device gone (end of file: the writer of a FIFO closed; ENODEV: the
+    // driver unbound) answers every read at once: wait between such reads,
+    // and say so once until bytes come again.
+    bool waiting = false;
     for (;;) {
         uint8_t buf[kInputRecordSize] = {};
         ssize_t n = read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (!waiting)
+                ZN_LOG(1, "read %s: %s, reading again each %us\n", kInputDevice,
+                       n == 0 ? "end of file" : strerror(errno), kReadRetrySeconds);
+            waiting = true;
+            sleep(kReadRetrySeconds);
+            continue;
+        }
+        waiting = false;
         KeyRecord r;
-        if (n > 0 && btn_parse(buf, size_t(n), &r) == Parse::kOk && r.type == kEvKey)
+        if (btn_parse(buf, size_t(n), &r) == Parse::kOk && r.type == kEvKey)
             btn_handle(r);
     }
 }

@@ -8,6 +8,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -23,7 +24,10 @@ namespace {
 constexpr uint32_t kLinkGroups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_IFADDR | RTMGRP_IPV6_ROUTE;
 static_assert(kLinkGroups == 0x551, "the link worker's groups");
-constexpr int kLinkRcvBuf = 2048;
+// Room for a burst: a port's first carrier-up with IPv6 brings its link-local
+// address and routes just ahead of the link message, and ports come up
+// together; 2048 bytes lost the link message of a WAN port's first up.
+constexpr int kLinkRcvBuf = 256 * 1024;
 constexpr size_t kLinkDatagram = 2048;
 constexpr int kSelectSeconds = 5;
 constexpr size_t kWanLineRoom = 32;
@@ -104,8 +108,16 @@ int zn_event_kernel_netlink_sock_init() {
     sockaddr_nl addr{};
     addr.nl_family = AF_NETLINK;
     addr.nl_groups = kLinkGroups;
-    if (!fd || setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUF, &kLinkRcvBuf, sizeof kLinkRcvBuf) != 0 ||
-        bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0)
+    if (!fd)
+        return -1;
+    // Forcing needs CAP_NET_ADMIN; without it the kernel's ceiling still
+    // beats the old 2048 bytes, and the worker goes on.
+    if (fd_rcvbuf_force(fd.get(), kLinkRcvBuf) != 0) {
+        ZN_LOG(1, "link socket buffer of %d bytes refused: %s\n", kLinkRcvBuf, strerror(errno));
+        if (setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUF, &kLinkRcvBuf, sizeof kLinkRcvBuf) != 0)
+            return -1;
+    }
+    if (bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0)
         return -1;
     return fd.release();
 }
@@ -182,6 +194,7 @@ void *kernelEventHandler(void *) {
     const int fd = zn_event_kernel_netlink_sock_init();
     if (fd < 0)
         return nullptr;
+    bool overrun = false; // logged for this burst; a quiet select ends the burst
     for (;;) {
         fd_set readable;
         FD_ZERO(&readable);
@@ -190,10 +203,15 @@ void *kernelEventHandler(void *) {
         const int ready = select(fd + 1, &readable, nullptr, nullptr, &timeout);
         if (ready < 0)
             perror("kernelEventHandler ");
+        overrun = overrun && ready != 0;
         if (ready <= 0)
             continue;
         uint8_t buf[kLinkDatagram] = {};
         const ssize_t n = read(fd, buf, sizeof buf);
+        if (n < 0 && errno == ENOBUFS && !overrun) {
+            ZN_LOG(1, "link messages lost: the socket's buffer overflowed\n");
+            overrun = true;
+        }
         if (n >= ssize_t(sizeof(nlmsghdr)))
             link_walk(buf, size_t(n), link_handle);
     }

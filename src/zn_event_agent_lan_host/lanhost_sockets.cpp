@@ -116,8 +116,7 @@ int packet_sock_init(int *fd, uint16_t protocol, const sock_filter (&filter)[N],
 int zn_event_neighbor_netlink_sock_init(int *fd, sockaddr_nl *addr) {
     if (netlink_sock_init(fd, addr, NETLINK_ROUTE, uint32_t(getpid()) | kNeighborPortIdTag, RTMGRP_NEIGH) < 0)
         return -1;
-    // Forced past net.core.rmem_max, which is far smaller on a gateway.
-    if (setsockopt(*fd, SOL_SOCKET, SO_RCVBUFFORCE, &kNeighborRcvBuf, sizeof kNeighborRcvBuf) < 0)
+    if (fd_rcvbuf_force(*fd, kNeighborRcvBuf) < 0)
         LANHOST_LOG(1, "neighbor socket buffer of %d bytes refused: %s", kNeighborRcvBuf, strerror(errno));
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "usb_devlist.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr size_t kLineSize = 1024;
+constexpr const char *kUsbDevListNewFile = "/tmp/usbDevListMore.new";
 constexpr uint32_t kTextCode = 0xC0000000;
 
 // Columns: id, node, class, port, sub-id, mount point, vendor, product id,
@@ -36,6 +38,25 @@ char *read_all(FILE *f, size_t *len) {
     *len = fread(text, 1, size_t(st.st_size), f);
     text[*len] = '\0';
     return text;
+}
+
+// Writes text to a new file and renames it over the list, rather than
+// rewriting the list in place: a reader never finds it truncated or half
+// written, and when /tmp is full the old list stays whole. 0, or -1 with
+// the list as it was.
+int replace_list(const char *text, size_t len) {
+    FILE *f = fopen(kUsbDevListNewFile, "w");
+    if (!f) {
+        ZN_LOG(1, "fopen %s fail\n", kUsbDevListNewFile);
+        return -1;
+    }
+    const bool written = fwrite(text, 1, len, f) == len && fflush(f) == 0;
+    if (fclose(f) != 0 || !written || rename(kUsbDevListNewFile, kUsbDevListFile) != 0) {
+        ZN_LOG(1, "write %s fail\n", kUsbDevListFile);
+        unlink(kUsbDevListNewFile);
+        return -1;
+    }
+    return 0;
 }
 
 } // namespace
@@ -68,11 +89,18 @@ int addToUsbDevListFile2(const char *line) {
     while (have && !listed && getline(&have, &size, f) > 0)
         listed = strcmp(have, line) == 0;
     free(have);
-    if (!listed) {
-        fputs(line, f);
-        fflush(f);
-    }
+    // Written past stdio, so that a line that can't be written whole (a full
+    // /tmp) is taken back out and no rest of it is flushed later.
+    const long end = ftell(f);
+    const size_t n = strlen(line);
+    const bool written = listed || write(fileno(f), line, n) == ssize_t(n);
+    if (!written && (end < 0 || ftruncate(fileno(f), end) != 0))
+        ZN_LOG(1, "truncate %s fail\n", kUsbDevListFile);
     fclose(f);
+    if (!written) {
+        ZN_LOG(1, "write %s fail\n", kUsbDevListFile);
+        return -1;
+    }
     return listed ? 0 : 1;
 }
 
@@ -92,17 +120,9 @@ int delFromUsbDevListFile2(const char *line) {
         return -1;
     }
     bool dropped = usbDevListDropId(text, &len, usbDigitsParse(line));
-    f = fopen(kUsbDevListFile, "w");
-    if (!f) {
-        free(text);
-        ZN_LOG(1, "fopen %s fail\n", kUsbDevListFile);
-        return -1;
-    }
-    fwrite(text, 1, len, f);
-    fflush(f);
-    fclose(f);
+    const int replaced = replace_list(text, len);
     free(text);
-    return dropped ? 1 : 0;
+    return replaced == 0 ? (dropped ? 1 : 0) : -1;
 }
 
 bool usbDevListDropId(char *text, size_t *len, uint32_t id) {

@@ -15,12 +15,12 @@ constexpr const char *kUsbDevListFile = "/tmp/usbDevListMore";
 void warpperUsbDeviceEventSend(const usbDevEntry *entry);
 
 // 1 appended, 0 the same line (line feed included) is there already, -1 the
-// file can't be opened.
+// file can't be opened or the line can't be written whole (none of it stays).
 int addToUsbDevListFile2(const char *line);
 
 // Takes out every line whose number before the first comma is that of line,
 // rewriting the file also when none has it. 1 a line taken out, 0 none, -1
-// null line or the file can't be opened.
+// null line or the file can't be read or rewritten (it stays as it was).
 int delFromUsbDevListFile2(const char *line);
 
 // Takes the lines whose number before the first comma is id out of the len

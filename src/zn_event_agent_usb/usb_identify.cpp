@@ -4,6 +4,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -62,6 +63,11 @@ constexpr TextAttr kTextAttrs[] = {{"manufacturer", &usbDevEntry::manufacturer},
 } // namespace
 
 int usbDeviceEntryInfoGet(usbDevEntry *entry) {
+    // The name came from outside: it must stay below /dev and may stand in shell lines.
+    if (!usbDevNameIsPlain(entry->devName)) {
+        ZN_LOG(1, "devName %s is not a plain device name, refused\n", entry->devName);
+        return -1;
+    }
     char name[kWorkNameSize];
     if (!usb_set_text(name, entry->devName)) {
         ZN_LOG(0, "%s name too long\n", entry->devName);
@@ -117,8 +123,10 @@ int UsbDevProductInfoGet(usbDevEntry *entry) {
             entry->*a.field = a.parse(text);
     }
     for (const TextAttr &a : kTextAttrs) {
-        if (usbSysAttrRead(cut, a.name, text))
+        if (usbSysAttrRead(cut, a.name, text)) {
             usb_set_text(entry->*a.field, text);
+            usb_blank_controls(entry->*a.field);
+        }
     }
     entry->devPhyPort = 1;
     if (libzn_sys_getUsbNum() != 1) {

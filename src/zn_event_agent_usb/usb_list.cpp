@@ -17,7 +17,32 @@ void cut_copy(const char *sysPath, char (&out)[sizeof usbDevEntry::sysPath]) {
     usbDevPathCut(out);
 }
 
+bool plain_char(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
+           c == '.' || c == '/';
+}
+
 } // namespace
+
+void usb_blank_controls(char *text) {
+    for (; *text; text++) {
+        if (static_cast<unsigned char>(*text) < 0x20 || *text == 0x7f)
+            *text = ' ';
+    }
+}
+
+bool usbDevNameIsPlain(const char *name) {
+    if (!*name)
+        return false;
+    for (const char *c = name; *c; c++) {
+        if (!plain_char(*c))
+            return false;
+    }
+    // A ".." component: the whole name, or one between slashes or at either end.
+    const size_t len = strlen(name);
+    return strcmp(name, "..") != 0 && strncmp(name, "../", 3) != 0 && !strstr(name, "/../") &&
+           !(len >= 3 && strcmp(name + len - 3, "/..") == 0);
+}
 
 uint32_t getUniqueUsbDeviceId() {
     for (uint32_t id = 1; id <= kUsbNumberMax; id++) {

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
+#include <cstring>
 
 struct usbDevEntry {
     usbDevEntry *next;
@@ -37,8 +37,21 @@ extern usbDevEntry *usbDevList;
 // The one way text enters a field of a record: cut to fit, always
 // NUL-terminated; whether all of it fitted.
 template <size_t N> bool usb_set_text(char (&field)[N], const char *text) {
-    return size_t(snprintf(field, N, "%s", text)) < N;
+    const size_t len = strnlen(text, N);
+    const size_t n = len < N ? len : N - 1;
+    memmove(field, text, n);
+    field[n] = '\0';
+    return len < N;
 }
+
+// Control bytes (below 0x20, and 0x7f) of a device's text become blanks:
+// the text stands in one line of the list file.
+void usb_blank_controls(char *text);
+
+// Whether a device name from outside is plain: not empty, only letters,
+// digits, "_", "-", "." and the "/" of names such as input/event3, and no
+// ".." component, so that it stays below /dev and may stand in a shell line.
+bool usbDevNameIsPlain(const char *name);
 
 // The lowest id from 1 to 32 that no listed entry holds, or 33.
 uint32_t getUniqueUsbDeviceId();

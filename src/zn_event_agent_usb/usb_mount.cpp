@@ -32,22 +32,7 @@ int take_mount_path(usbDevEntry *entry, const char *point) {
     return 0;
 }
 
-bool plain_char(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
-           c == '.' || c == '/';
-}
-
 } // namespace
-
-bool usbDevNameIsPlain(const char *name) {
-    if (!*name)
-        return false;
-    for (; *name; name++) {
-        if (!plain_char(*name))
-            return false;
-    }
-    return true;
-}
 
 int mountUsbstorage(usbDevEntry *entry) {
     ZN_LOG(5, "devName %s\n", entry->devName);
@@ -57,12 +42,9 @@ int mountUsbstorage(usbDevEntry *entry) {
     memset(entry->fsType, 0, sizeof entry->fsType);
     libzn_usb_getLabel(devPath, entry->label);
     libzn_usb_getFsType(devPath, entry->fsType);
+    usb_blank_controls(entry->label);
+    usb_blank_controls(entry->fsType);
 
-    // The name came from outside and is about to stand in shell lines.
-    if (!usbDevNameIsPlain(entry->devName)) {
-        ZN_LOG(0, "devName %s is not a plain device name, not mounted\n", entry->devName);
-        return -1;
-    }
     char point[kMountPointSize];
     mounted_on(entry->devName, point);
     if (point[0]) {

@@ -4,14 +4,9 @@
 
 struct usbDevEntry;
 
-// Whether a device name from outside may stand in a shell line: letters,
-// digits, "_", "-", "." and the "/" of names such as input/event3, and
-// nothing else.
-bool usbDevNameIsPlain(const char *name);
-
 // Sets label and fsType of the entry, mounts it on /mnt/USB_disc<sub-id>
 // (a board with one port) or /mnt/usb<port>_<sub-id> unless the mount table
 // has it already, and sets mountPath to where the table then has it.
-// 0, or -1 when it is not in the table (the directory stays) or its name
-// is not plain.
+// 0, or -1 when it is not in the table (the directory stays). The name must
+// be plain (usbDevNameIsPlain): it stands in shell lines.
 int mountUsbstorage(usbDevEntry *entry);

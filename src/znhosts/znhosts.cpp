@@ -114,18 +114,53 @@ const std::string &get(const Row &r, const char *name) { return r.value[field_in
 
 // ---- JSON ----------------------------------------------------------------
 
+// The lead bytes of UTF-8 sequences of two to four bytes (RFC 3629), with the
+// range the second byte must lie in; every later byte is 0x80 to 0xbf.
+struct Utf8Lead {
+    uint8_t lo, hi;
+    size_t len;
+    uint8_t second_lo, second_hi;
+};
+constexpr Utf8Lead kUtf8Leads[] = {
+    {0xc2, 0xdf, 2, 0x80, 0xbf}, {0xe0, 0xe0, 3, 0xa0, 0xbf}, {0xe1, 0xec, 3, 0x80, 0xbf},
+    {0xed, 0xed, 3, 0x80, 0x9f}, {0xee, 0xef, 3, 0x80, 0xbf}, {0xf0, 0xf0, 4, 0x90, 0xbf},
+    {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f},
+};
+
+// The bytes at s that make a whole UTF-8 sequence of two or more bytes, with
+// *whole set, or else the broken start of one: its lead byte and the bytes
+// that fitted after it.
+size_t utf8_step(const unsigned char *s, size_t left, bool *whole) {
+    *whole = false;
+    for (const Utf8Lead &l : kUtf8Leads) {
+        if (s[0] < l.lo || s[0] > l.hi)
+            continue;
+        for (size_t i = 1; i < l.len; i++) {
+            const uint8_t lo = i == 1 ? l.second_lo : 0x80, hi = i == 1 ? l.second_hi : 0xbf;
+            if (i >= left || s[i] < lo || s[i] > hi)
+                return i;
+        }
+        *whole = true;
+        return l.len;
+    }
+    return 1;
+}
+
+// A JSON string of any bytes: valid UTF-8 stays, each broken sequence
+// becomes one U+FFFD, control bytes are escaped.
 std::string json_string(const std::string &s) {
     std::string out = "\"";
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += char(c);
-        } else if (c < 0x20) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(s.data());
+    for (size_t i = 0, step = 1; i < s.size(); i += step) {
+        const unsigned char c = bytes[i];
+        bool whole = false;
+        step = c < 0x80 ? 1 : utf8_step(bytes + i, s.size() - i, &whole);
+        if (c < 0x80) {
             char esc[8];
-            snprintf(esc, sizeof esc, "\\u%04x", c);
+            snprintf(esc, sizeof esc, c < 0x20 || c == 0x7f ? "\\u%04x" : c == '"' || c == '\\' ? "\\%c" : "%c", c);
             out += esc;
         } else {
-            out += char(c);
+            out += whole ? s.substr(i, step) : "\xef\xbf\xbd";
         }
     }
     return out + "\"";

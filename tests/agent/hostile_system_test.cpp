@@ -71,6 +71,7 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
     const std::string nlPort = sh("awk '$2 == 0 && $4 == \"00000551\" {printf $3}' /proc/net/netlink").out;
     const std::string dgram = kSend + "dgram unix /tmp/", unix = kSend + "unix /tmp/", pc = "vgw host exec pc " + kSend;
     const std::string bus = "cat /tmp/bus.out", journal = "cat /var/log/zn_platform.journal";
+    const std::string ports = "wan0 eth0 eth3 eth4 lan0 lan1 lan2 lan3 lan4";
     const Entry entries[] = {
         {dgram + "zn_event_agent_timer", true, unix + "zn_event_agent_timer InternetGatewayDevice.CMCC_TimedTask.3",
          " timedTask 3\n", journal},
@@ -109,8 +110,10 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kTimer, "InternetGatewayDevice.CMCC_TimedTask.99999999999999999999", 1},
         {kTimer, "InternetGatewayDevice.X_ZN_UpgradeTask.Download", 2000},
         {kUsb, "add,", 1},
-        {kUsb, "add,ttyUSB0;touch /tmp/pwned", 1, "stat fail"},
-        {kUsb, "add,../" + std::string(300, 'a'), 1, "name too long"},
+        {kUsb, "add,ttyUSB0;touch /tmp/pwned", 1, "ttyUSB0;touch /tmp/pwned is not a plain device name"},
+        {kUsb, "add," + std::string(300, 'a'), 1, "name too long"},
+        {kSh, "vgw usb plug sdn1 && ln -s /dev/sdn1 /tmp/x && znhotplug remove,sdn1 && znhotplug add,../tmp/x", 1,
+         "devName ../tmp/x is not a plain device name, refused"},
         {kUsb, "add\0,null"s, 1},
         {kUsb, "remove,nothing", 3000},
         {kSh, "vgw usb plug 'sdh1;reboot'", 1, "sdh1;reboot is not a plain device name"},
@@ -133,6 +136,10 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kLease, "02:00:00:00:10:01,86400,192.168.1.10,pc'" + shellText, 1},
         {kLease, "02:00:00:00:10:01,86400,192.168.1.10;touch /tmp/pwned,pc", 1},
         {kLease, "02:00:00:00:10:01\0,1,192.168.1.10"s, 500},
+        // The viewer's JSON of a name of broken UTF-8 reads in a strict reader; what it prints is kept.
+        {kLease, "02:00:00:00:10:01,86400,192.168.1.10,\xff\xc3x\x01\xe2\x82\xac", 1, R"("\ufffd\ufffdx\u0001\u20ac")",
+         "znhosts --json | python3 -c 'import json,sys; print(json.dumps(json.loads(sys.stdin.buffer.read().decode()"
+         ")[\"hosts\"]))' >> /tmp/json.out; cat /tmp/json.out"},
         {kDhcp6s, std::string(300, 'f'), 1, "dhcp6s report field too long"},
         {kDhcp6s, "\xff\0\xfe'"s + shellText, 1},
         {kRadvd, std::string(300, '1'), 1, "radvd report too long for an address"},
@@ -164,9 +171,19 @@ TEST(Hostile, EveryWayInRefusesOrTakesBadInputAndServesTheNextMessage) {
         {kLink, "\x30"s + link.substr(1) + "\x10\0\3\0eth7;touch /tm"s, 1},
         {kSh, "printf 'ETHER=eth7;touch /tmp/pwned" + std::string(80, 'x') + "' > /var/wanPhysicalType", 1},
         {kSh, "printf '\\0=\\377==\\n' > /var/wanPhysicalType", 1},
+        // With IPv6, a WAN port's first carrier-up, and eight LAN ports' together, each have their up event.
+        {kSh, "echo ETHER=wan0 > /var/wanPhysicalType && for p in " + ports + "; do ip link add $p type veth peer $p "
+              "netns far && ip link set $p up; done && printf 'link set %s up\\n' " + ports + " | ip -n far -batch - "
+              "&& up() { for p in " + ports + "; do grep -qE \"^[12]00 0xc0000000 ETHER=$p$\" /tmp/bus.out || return "
+              "1; done; }; for i in $(seq 100); do up && break; sleep 0.1; done; up && echo up > /tmp/links; "
+              "for p in " + ports + "; do ip link del $p; done", 1, "up", "cat /tmp/links"},
         {kPon, "", 1},
         {kPon, "\xff\xff\0\0\x09\0"s, 1},
         {kPon, std::string(5000, '\x09'), 1},
+        // The device's writer goes: the reads that find nothing cost under 5% of a core; a new writer is read.
+        {kSh, "kill $(pgrep -fx 'sleep infinity') && t() { awk '{print $14 + $15}' /proc/$(pidof zn_event_agent)/stat; "
+              "} && a=$(t) && sleep 4 && [ $(($(t) - a)) -lt $(($(getconf CLK_TCK) / 5)) ] && echo idle > /tmp/idle",
+         1, "idle", "cat /tmp/idle"},
         {kKeys, "1 408 2 1 408 0", 1},
         {kKeys, "1 594 7 4 4 4 0 0 0 1 65535 -1 1 237 1 1 237 -2147483648 1 237 0", 1},
         {kFilter, "printf 'mac count\\n$(>/777) 5\\n02:00:00:00:77:05;>/777 1\\n' "

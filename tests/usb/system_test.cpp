@@ -86,6 +86,12 @@ TEST_F(Usb, MountsByTheMountTable) {
          "grep -qF '/dev/sdd1, USB_STORAGE, 2, 2, /mnt/usb2_2, " + kProductData + "ntfs, WIN, 0' " + kList +
              " && pgrep -af ntfs-3g | grep -q ' /bin/ntfs-3g /dev/sdd1 /mnt/usb2_2$'"},
         {"vgw usb plug \"sdz';reboot;'\"", "grep -q 'is not a plain device name' /tmp/agent.out"},
+        // A label with a line feed, in the boot sector and the root directory, forges no line.
+        {"vgw usb plug sde1 --bus usb3 --label LBLXXXXXXXX && for o in $(grep -obUa LBLXXXXXXXX /dev/sde1 | "
+         "cut -d: -f1); do printf 'X\\n9, FORGED' | dd of=/dev/sde1 bs=1 seek=$o conv=notrunc status=none; done && "
+         "znhotplug remove,sde1 && znhotplug add,sde1", "grep -q 'sde1, .*, X 9, FORGED, 0$' " + kList},
+        {"vgw usb unplug sde1", "grep -q '^1301 .*, X 9, FORGED, 0$' " + kEvents + " && ! grep -q '^9, FORGED' " +
+                                    kEvents + " && ! grep -q sde " + kList},
     });
     EXPECT_FALSE(has(sh("vgw stubs").out, "reboot"));
 }

@@ -1,6 +1,7 @@
 // The owner of a descriptor, for every worker that opens one.
 #pragma once
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 // Closes the descriptor it holds when it goes out of scope.
@@ -27,3 +28,10 @@ public:
 private:
     int fd_;
 };
+
+// Gives a socket a receive buffer of bytes (the kernel doubles the figure),
+// forced past net.core.rmem_max, which is far smaller on a gateway; 0, or
+// -1 with errno.
+inline int fd_rcvbuf_force(int fd, int bytes) {
+    return setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes);
+}
