@@ -37,7 +37,8 @@ int read_flag(zns_xml_handle_t *handle, uint32_t oid, int index, const char *nam
 }
 
 // 1 when every check passes, in order; the first that fails says so.
-int __can_trigger_wps(zns_xml_handle_t *handle, int ssidIndex) { // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the WPS hook's own name
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the WPS hook's own name
+int __can_trigger_wps(zns_xml_handle_t *handle, int ssidIndex) {
     const int radio = zns_wlan_internal_ssididx_to_radioidx(ssidIndex);
     int value = read_flag(handle, kOidRadio, radio, "Enable");
     if (value != 1) {
@@ -68,7 +69,8 @@ int __can_trigger_wps(zns_xml_handle_t *handle, int ssidIndex) { // NOLINT(bugpr
     return 1;
 }
 
-void __start_wps(zns_xml_handle_t *handle, int ssidIndex) { // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the WPS hook's own name
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the WPS hook's own name
+void __start_wps(zns_xml_handle_t *handle, int ssidIndex) {
     zns_param_list_t *list = newParameterList();
     if (!list)
         return;
