@@ -1,5 +1,6 @@
 // IPv6 neighbour discovery of the tracker: the advertisement parser, the
-// probe, the gateway's own address, and the dhcp6s and radvd report parsers.
+// probe, and the dhcp6s and radvd report parsers. The gateway's own address
+// from the store is the source of the solicitations in ipv6_system_test.
 
 #include "lanhost_icmp6.h"
 #include "lanhost_prefix.h"
@@ -12,8 +13,6 @@ namespace {
 using Frame = std::vector<uint8_t>;
 constexpr uint8_t kHostMac[6] = {0x02, 0, 0, 0, 0x10, 0x01};
 constexpr const char *kLinkLocal = "fe80::ff:fe00:1001"; // of host nd6
-const std::string kSetOwn = "znsUtil -s InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1 "
-                            "X_CT-COM_IPv6Address string ";
 
 // A neighbour advertisement of host nd6 as the packet socket reads it, 86 bytes.
 Frame advert() {
@@ -46,24 +45,6 @@ TEST(Ipv6Frames, AdvertisementFramesAreCheckedFieldByField) {
         EXPECT_EQ(lanhost_na_frame_parse(f.data(), f.size(), &na), want) << what;
         EXPECT_TRUE(want != Parse::kOk || (!memcmp(na.target, &f[62], 16) && !memcmp(na.mac, kHostMac, 6)));
     }
-}
-
-TEST_F(Ipv6, TheOwnAddressComesFromTheStoreWithoutItsPrefixLength) {
-    const std::tuple<const char *, int, const char *> cases[] = {
-        {"2001:db8::1/64", 1, "2001:db8::1"},
-        {"garbage/64", 0, "::"},
-    };
-    for (const auto &[value, result, address] : cases) {
-        ASSERT_TRUE(run(kSetOwn + value));
-        in6_addr own{}, want{};
-        inet_pton(AF_INET6, address, &want);
-        EXPECT_EQ(lanhost_own_ipv6_address(&own), result) << value;
-        EXPECT_TRUE(result != 1 || memcmp(&own, &want, sizeof own) == 0) << value;
-    }
-    ASSERT_TRUE(run("znsUtil -d InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1"));
-    in6_addr own;
-    EXPECT_EQ(lanhost_own_ipv6_address(&own), -1);
-    ASSERT_TRUE(run("zncli sys restoredefault"));
 }
 
 // Offered, not called: the probe of a real host, which its advertisement ends.
