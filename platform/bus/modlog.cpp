@@ -2,7 +2,7 @@
 // module is that of set_log_level unless a number in
 // /run/zns_log/MODULE overrides it; the file is looked at once a second.
 #include <sys/stat.h>
-#include <time.h>
+#include <ctime>
 #include <unistd.h>
 
 #include <cstdarg>

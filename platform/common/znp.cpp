@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <time.h>
+#include <ctime>
 #include <unistd.h>
 
 #include <cerrno>
@@ -118,7 +118,7 @@ std::string format_line(const char *fmt, va_list ap) {
     size_t n = strlen(text);
     while (n && (text[n - 1] == '\n' || text[n - 1] == '\r'))
         n--;
-    return std::string(text, n);
+    return {text, n};
 }
 
 } // namespace znp

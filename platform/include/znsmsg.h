@@ -38,8 +38,8 @@ int zns_eventReceive(int fd, uint32_t *event, uint32_t *code, char *payload, siz
  * threshold (a line passes when level <= threshold; level 0 always passes).
  * The threshold is that of set_log_level, or the number that
  * "zncli log set MODULE LEVEL" put in force at run time. */
-int zns_registerModule(const char *module);
-int set_log_level(const char *module, int level);
+int zns_registerModule(const char *name);
+int set_log_level(const char *name, int level);
 void zns_log_print(const char *file, const char *func, int line, int level, const char *fmt, ...)
     __attribute__((format(printf, 5, 6)));
 

@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <time.h>
+#include <ctime>
 #include <unistd.h>
 
 #include <cerrno>
@@ -143,7 +143,7 @@ std::vector<Port> ports(int protocol) {
     return out;
 }
 
-BindLock::BindLock(int protocol) : fd_(-1) {
+BindLock::BindLock(int protocol) {
     std::string dir = port_dir(protocol);
     if (mkdirs(dir) != 0)
         return;

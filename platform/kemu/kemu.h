@@ -134,7 +134,7 @@ class BindLock {
     BindLock &operator=(const BindLock &) = delete;
 
   private:
-    int fd_;
+    int fd_ = -1;
 };
 int mkdirs(const std::string &dir);
 // While the file /run/znkemu/PROTO.off exists, sockets of the protocol are

@@ -31,7 +31,7 @@ namespace {
 
 // The next definition of a function we stand in front of.
 template <typename Fn> Fn next_fn(Fn, const char *name) { return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name)); }
-#define ZN_REAL(fn) static const auto real = next_fn(&fn, #fn)
+#define ZN_REAL(fn) static const auto real = next_fn(&(fn), #fn)
 
 // ---- netlink sockets ---------------------------------------------------------
 

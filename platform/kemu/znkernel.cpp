@@ -6,7 +6,7 @@
 #include <linux/rtnetlink.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <time.h>
+#include <ctime>
 #include <unistd.h>
 
 #include <cctype>
@@ -90,7 +90,7 @@ void parse_mac(const char *text, uint8_t mac[6]) {
         ok = i % 3 == 2 ? text[i] == ':' : isxdigit(static_cast<unsigned char>(text[i])) != 0;
     if (!ok)
         bad("not a MAC address", text);
-    for (int i = 0; i < 6; i++)
+    for (size_t i = 0; i < 6; i++)
         mac[i] = hex_byte(text + 3 * i);
 }
 

@@ -6,7 +6,7 @@
 #include "datamodel.h"
 
 namespace zns {
-namespace {
+namespace { // NOLINT(cert-dcl59-cpp): the tables of datamodel.cpp, its only includer
 
 constexpr uint32_t S = ZNS_TYPE_STRING, U8 = ZNS_TYPE_BYTE, U16 = ZNS_TYPE_UINT16, U32 = ZNS_TYPE_UINT32,
                    I32 = ZNS_TYPE_INT32, MAC = ZNS_TYPE_MAC, BOOL = ZNS_TYPE_BOOL;
@@ -131,7 +131,7 @@ constexpr ParamDef kUpgradeStep[] = {
     {"Enable", BOOL, -1, 1}, {"Time", S, -1, 32}, {"URL", S, -1, 256},
 };
 
-#define ZNS_OBJ(oid, path, params, counter) {oid, path, params, sizeof params / sizeof params[0], counter}
+#define ZNS_OBJ(oid, path, params, counter) {oid, path, params, sizeof(params) / sizeof((params)[0]), counter}
 #define ZNS_NODE(oid, path) {oid, path, nullptr, 0, -1}
 
 // Parents stand before their children.

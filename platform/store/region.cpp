@@ -46,6 +46,7 @@ uint32_t model_signature() {
 }
 
 uint32_t load_acquire(const uint32_t *p) { return __atomic_load_n(p, __ATOMIC_ACQUIRE); }
+// NOLINTNEXTLINE(readability-non-const-parameter): the atomic store writes *p
 void store_release(uint32_t *p, uint32_t v) { __atomic_store_n(p, v, __ATOMIC_RELEASE); }
 
 uint32_t index_next(uint32_t bucket) { return (bucket + 1) & (kIndexSize - 1); }

@@ -42,6 +42,7 @@ int read_flag(zns_xml_handle_t *handle, uint32_t oid, int index, const char *nam
 }
 
 // 1 when every check passes, in order; the first that fails says so.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the WPS hook's own name
 int __can_trigger_wps(zns_xml_handle_t *handle, int ssidIndex) {
     const int radio = zns_wlan_internal_ssididx_to_radioidx(ssidIndex);
     int value = read_flag(handle, kOidRadio, radio, "Enable");
@@ -73,6 +74,7 @@ int __can_trigger_wps(zns_xml_handle_t *handle, int ssidIndex) {
     return 1;
 }
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the WPS hook's own name
 void __start_wps(zns_xml_handle_t *handle, int ssidIndex) {
     zns_param_list_t *list = newParameterList();
     if (!list)

@@ -46,7 +46,7 @@ void lanhost_mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize])
 }
 
 void macStr_to_bytes(uint8_t *mac, const char *text) {
-    for (int i = 0; i < 6; i++)
+    for (size_t i = 0; i < 6; i++)
         mac[i] = uint8_t(hex_digit(text[i * 3]) << 4 | hex_digit(text[i * 3 + 1]));
 }
 

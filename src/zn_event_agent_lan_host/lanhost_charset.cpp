@@ -8,7 +8,7 @@
 int charsetConvert(const char *fromCode, const char *toCode, const char *input, size_t inputLength, char *output,
                    size_t outputSize) {
     iconv_t cd = libiconv_open(toCode, fromCode);
-    if (cd == iconv_t(-1))
+    if (cd == iconv_t(-1)) // NOLINT(performance-no-int-to-ptr): iconv_open's failure value
         return -1;
     memset(output, 0, outputSize);
     // iconv's interface takes the input as writable; it only reads it.

@@ -82,7 +82,7 @@ int zn_event_lanhost_update_dhcp_LeaseTime(const LeaseMessage &msg) {
     lanhost_copy_text(host->ipAddrSource, "DHCP");
     lanhost_copy_text(host->HostName, no_host_name(msg) ? "unknown" : msg.field[kNameField]);
     host->dhcpLeasetime = strtol(msg.field[kLeaseField], nullptr, 10);
-    if (auto *obj = static_cast<const char *>(wrapperZns_get_lanhost_byMac(host->mac))) {
+    if (const auto *obj = static_cast<const char *>(wrapperZns_get_lanhost_byMac(host->mac))) {
         const char *stored = obj + kHostIpAddressAt;
         if (strcmp(stored, ip) != 0)
             LANHOST_LOG(3, "!!!! warning, ip diff msg_ip=%s lanhost_obj->IPAddress=%s!!!!", ip, stored);

@@ -266,7 +266,7 @@ void ipv6MulticastEvent_update(const char *macText, const char *addrText, const 
     if (strcmp(field, addrText) == 0 || strlen(addrText) >= kIpv6TextRoom)
         return;
     lanhost_copy_text(field, kIpv6TextRoom, addrText);
-    wrapperZns_lanhost_update(mac, field, AF_INET6, global ? kIpv6ScopeGlobal : kIpv6ScopeLink);
+    wrapperZns_lanhost_update(mac, field, AF_INET6, int(global ? kIpv6ScopeGlobal : kIpv6ScopeLink));
 }
 
 void *ipv6MulticastEventHandler(void *) {

@@ -3,6 +3,7 @@
 #include "lanhost_port.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "agent_log.h"
@@ -34,12 +35,11 @@ constexpr PortKind kPortKinds[] = {
 };
 
 // The number behind lead in name as "%d" reads it; 0 when there is none.
-int port_number(const char *name, const char *lead) {
+// Wide enough for the digits of any interface name, so the offset added
+// to it cannot overflow.
+long long port_number(const char *name, const char *lead) {
     const size_t n = strlen(lead);
-    int value = 0;
-    if (strncmp(name, lead, n) == 0)
-        sscanf(name + n, "%d", &value);
-    return value;
+    return strncmp(name, lead, n) == 0 ? strtoll(name + n, nullptr, 10) : 0;
 }
 
 constexpr int kWanConnectionDevices = 16;
@@ -63,7 +63,7 @@ void wrapperZns_lanhost_get_l2Interface(const char *brPortName, char *layer2Inte
     for (const PortKind &k : kPortKinds) {
         if (strncmp(brPortName, k.prefix, strlen(k.prefix)) != 0)
             continue;
-        snprintf(layer2Interface, sizeof(lhost::Layer2Interface), "%s%d", k.pathBase,
+        snprintf(layer2Interface, sizeof(lhost::Layer2Interface), "%s%lld", k.pathBase,
                  port_number(brPortName, k.numberAfter) + k.offset);
         lanhost_copy_text(interfacetype, sizeof(lhost::interfacetype), k.type);
         *devtype = k.devtype;
@@ -94,7 +94,7 @@ int wrapperZns_lanhost_l2Interface_is_bridge(lhost *host) {
             for (int i = 1; i <= kWanConnections; i++) {
                 snprintf(path, sizeof path, "InternetGatewayDevice.WANDevice.%d.WANConnectionDevice.%d.%s.%d", wan, c,
                          kind.name, i);
-                auto *obj = static_cast<const char *>(znsXml_GetObjectByName(storeHandle, path, 1));
+                const auto *obj = static_cast<const char *>(znsXml_GetObjectByName(storeHandle, path, 1));
                 if (obj && strstr(obj + kind.typeAt, "Bridged") &&
                     strstr(obj + kind.bindingAt, host->Layer2Interface)) {
                     LANHOST_LOG(3, "find %s in ip_interface", path);

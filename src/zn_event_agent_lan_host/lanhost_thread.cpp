@@ -133,7 +133,7 @@ bool lanhost_base_mac_parse(const char *text, size_t len, char (&mac)[kMacTextSi
 }
 
 void zn_event_lanhost_save_flash_timer_cb(evutil_socket_t, short, void *) {
-    auto *hosts = static_cast<const uint8_t *>(znsXml_GetObjectByName(storeHandle, kHostsPath, 1));
+    const auto *hosts = static_cast<const uint8_t *>(znsXml_GetObjectByName(storeHandle, kHostsPath, 1));
     if (!hosts) {
         LANHOST_LOG(1, "couldn't get object by %s!!!", kHostsPath);
         return;

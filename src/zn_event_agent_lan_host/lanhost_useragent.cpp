@@ -254,7 +254,7 @@ void *zn_event_lanhost_httpThread(void *) {
         addr.nl_pid = uint32_t(getpid());
         // A port id already taken (by the tracker) is no reason to stop: the
         // greeting still goes out.
-        bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+        static_cast<void>(bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr));
         if (lanhost_ua_greet(fd.get()) == 0) {
             for (;;) {
                 uint8_t buf[kUaThreadReadSize] = {};

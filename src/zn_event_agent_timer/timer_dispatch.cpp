@@ -105,7 +105,7 @@ int sleepTimerHandler(const char *text) {
     }
     char path[128];
     snprintf(path, sizeof path, "%s.%d", kSleepTimerPath, index);
-    auto *timer = static_cast<const uint8_t *>(znsXml_GetObjectByName(store.get(), path, 1));
+    const auto *timer = static_cast<const uint8_t *>(znsXml_GetObjectByName(store.get(), path, 1));
     if (!timer) {
         ZN_LOG(1, "get %s null\n", path);
         return -1;

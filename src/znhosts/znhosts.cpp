@@ -283,6 +283,7 @@ void print_table(const char *heading, const std::vector<Row> &rows, bool offline
             cols.push_back(&c);
     std::vector<std::vector<std::string>> cells;
     std::vector<size_t> width;
+    width.reserve(cols.size());
     for (const Column *c : cols)
         width.push_back(strlen(c->title));
     for (const Row &r : rows) {
@@ -381,7 +382,8 @@ int main(int argc, char **argv) {
             if (!json) {
                 time_t now = time(nullptr);
                 char stamp[32];
-                strftime(stamp, sizeof stamp, "%H:%M:%S", localtime(&now));
+                tm local{};
+                strftime(stamp, sizeof stamp, "%H:%M:%S", localtime_r(&now, &local));
                 printf("[%s] ", stamp);
             }
             rc = show(h, json, s);

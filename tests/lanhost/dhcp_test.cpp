@@ -147,31 +147,6 @@ TEST(DhcpOptions, OnlyWholeRequestsWithAClientIdentifierGoOn) {
     }
 }
 
-// A request snooped behind a bridged connection names the host: an empty
-// name option empties the name, and the synchronisation gives the default.
-TEST_F(Lease, ASnoopedRequestNamesTheHost) {
-    const std::string wan = "znsUtil -s InternetGatewayDevice.WANDevice.1.WANConnectionDevice.1.WANIPConnection.1 ";
-    ASSERT_TRUE(run(wan + "ConnectionType string IP_Bridged && " + wan +
-                    "X_ZN_LanInterface string InternetGatewayDevice.LANDevice.1.LANEthernetInterfaceConfig.2"));
-    // option 12 whole or nothing, the device type in the temporary MAC table, the name then stored
-    const std::tuple<Bytes, const char *, const char *> cases[] = {
-        {{12, 3, 'n', 'e', 'w'}, "0", "new"}, {{}, "0", "laptop"}, {{12, 0}, "0", "PC"}, {{12, 0}, "1", "Phone"}};
-    for (const auto &[name, type, want] : cases) {
-        const std::string temp = "InternetGatewayDevice.LANDevice.1.Hosts.X_ZN_TempMacTable.1";
-        ASSERT_TRUE(run("znsUtil -a " + temp + " && znsUtil -s " + temp + " MACAddress mac " + kMac +
-                        " && znsUtil -s " + temp + " DeviceType uint " + type));
-        lanhost_copy_text(add_host(kMac, "eth1", "192.168.1.60")->HostName, "laptop");
-        Bytes request(kDhcpOptionsAt, 0);
-        for (const Bytes &part :
-             {Bytes{53, 1, 3, 61, 7, 1, 2, 0, 0, 0xab, 0x10, 1, 50, 4, 192, 168, 1, 60}, name, Bytes{255}})
-            request.insert(request.end(), part.begin(), part.end());
-        read(request.data(), request.size(), zn_event_lanhost_bridge_dhcpSockRead_cb);
-        EXPECT_EQ(host_object(kMac)["HostName"], want) << name.size() << " " << type;
-        TearDown();
-    }
-    ASSERT_TRUE(run("zncli sys restoredefault"));
-}
-
 // The last test of the binary: without the gb2312 converter a name report
 // leaves no name, and what was converted before the fault counts.
 TEST(DhcpOptionReport, WithoutTheConverterANameReportLeavesNoName) {

@@ -1,21 +1,23 @@
-// IPv6 neighbour discovery of the tracker: the advertisement parser, the
-// probe, the gateway's own address, and the dhcp6s and radvd report parsers.
+// IPv6 neighbour discovery of the tracker: the advertisement parser and the
+// dhcp6s and radvd report parsers. The gateway's own address from the store
+// is the source of the solicitations in ipv6_system_test.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <tuple>
+#include <vector>
 
 #include "lanhost_icmp6.h"
 #include "lanhost_prefix.h"
-#include "tracker.h"
-
-using namespace zntest;
 
 namespace {
 
 using Frame = std::vector<uint8_t>;
 constexpr uint8_t kHostMac[6] = {0x02, 0, 0, 0, 0x10, 0x01};
-constexpr const char *kLinkLocal = "fe80::ff:fe00:1001"; // of host nd6
-const std::string kSetOwn = "znsUtil -s InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1 "
-                            "X_CT-COM_IPv6Address string ";
+constexpr const char *kLinkLocal = "fe80::ff:fe00:1001";
 
-// A neighbour advertisement of host nd6 as the packet socket reads it, 86 bytes.
+// A neighbour advertisement of a host as the packet socket reads it, 86 bytes.
 Frame advert() {
     Frame f(86, 0);
     f[0] = 0x02, f[5] = 0x01, f[12] = 0x86, f[13] = 0xDD, f[14] = 0x60, f[19] = 32, f[20] = 58, f[21] = 255;
@@ -27,8 +29,6 @@ Frame advert() {
 }
 
 } // namespace
-
-class Ipv6 : public TrackerTest {};
 
 TEST(Ipv6Frames, AdvertisementFramesAreCheckedFieldByField) {
     const std::tuple<const char *, std::function<void(Frame &)>, Parse> cases[] = {
@@ -46,43 +46,6 @@ TEST(Ipv6Frames, AdvertisementFramesAreCheckedFieldByField) {
         EXPECT_EQ(lanhost_na_frame_parse(f.data(), f.size(), &na), want) << what;
         EXPECT_TRUE(want != Parse::kOk || (!memcmp(na.target, &f[62], 16) && !memcmp(na.mac, kHostMac, 6)));
     }
-}
-
-TEST_F(Ipv6, TheOwnAddressComesFromTheStoreWithoutItsPrefixLength) {
-    const std::tuple<const char *, int, const char *> cases[] = {
-        {"2001:db8::1/64", 1, "2001:db8::1"},
-        {"garbage/64", 0, "::"},
-    };
-    for (const auto &[value, result, address] : cases) {
-        ASSERT_TRUE(run(kSetOwn + value));
-        in6_addr own{}, want{};
-        inet_pton(AF_INET6, address, &want);
-        EXPECT_EQ(lanhost_own_ipv6_address(&own), result) << value;
-        EXPECT_TRUE(result != 1 || memcmp(&own, &want, sizeof own) == 0) << value;
-    }
-    ASSERT_TRUE(run("znsUtil -d InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1"));
-    in6_addr own;
-    EXPECT_EQ(lanhost_own_ipv6_address(&own), -1);
-    ASSERT_TRUE(run("zncli sys restoredefault"));
-}
-
-// Offered, not called: the probe of a real host, which its advertisement ends.
-TEST_F(Ipv6, AHostAnswersItsProbe) {
-    ASSERT_TRUE(run("vgw host add nd6 eth6 02:00:00:00:10:01"));
-    int fd = -1;
-    ASSERT_EQ(zn_event_icmpv6_raw_sock_init(&fd), 0);
-    event *reader =
-        event_new(lanhostEventBase, fd, EV_READ | EV_PERSIST, zn_event_lanhost_ipv6MulticastSockRead_cb, nullptr);
-    event_add(reader, nullptr);
-    lhost *h = add_host("02:00:00:00:10:01", "eth6");
-    lanhost_copy_text(h->ipv6LocalAddr, kLinkLocal);
-    zn_event_lanhost_icmp6_ping(h);
-    ASSERT_NE(h->icmp6Timer, nullptr);
-    while (h->icmp6Timer)
-        event_base_loop(lanhostEventBase, EVLOOP_ONCE);
-    EXPECT_EQ(h->icmp6State, 0) << "answered before the time-out";
-    event_free(reader);
-    close(fd);
 }
 
 TEST(Ipv6Reports, Dhcp6sReportsAreBoundedFieldByField) {

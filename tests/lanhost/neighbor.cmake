@@ -1,4 +1,3 @@
-zn_add_gtest(lanhost_neighbor_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/neighbor_test.cpp LIBS zn_lanhost SANDBOX)
 zn_add_fuzzer(lanhost_neighbor_walk_fuzz SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/neighbor_walk_fuzz.cpp LIBS zn_lanhost)
 zn_add_gtest(lanhost_liveness_system_test SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/liveness_system_test.cpp SANDBOX)
 add_dependencies(lanhost_liveness_system_test zn_event_agent znsUtil)

@@ -7,7 +7,7 @@ using namespace zntest;
 
 // Host records are found by MAC text in any case (the tests of each path use
 // both); pending requests only by the exact text. Text fields are cut to fit
-// where the paths fill them (dhcp_test, store_test).
+// where the paths fill them (dhcp_test).
 TEST(HostTable, RequestsAreFoundByExactTextAndMacTextByItsDigits) {
     auto *e = static_cast<dhcpRequestEntry *>(calloc(1, sizeof(dhcpRequestEntry)));
     lanhost_copy_text(e->macAddr, "aa:bb:cc:00:00:03");

@@ -41,12 +41,9 @@ protected:
     // The events the walk of datagram sends, as znsMonitor prints them.
     static Events walk(const std::string &datagram) {
         lanhost_ua_walk(reinterpret_cast<const uint8_t *>(datagram.data()), datagram.size());
-        return received(0);
-    }
-    static Events received(int wait_ms) {
         Events out;
         pollfd p{bus, POLLIN, 0};
-        while (poll(&p, 1, out.empty() ? wait_ms : 0) == 1) {
+        while (poll(&p, 1, 0) == 1) {
             uint32_t event, code;
             char payload[ZNS_EVENT_PAYLOAD_MAX + 1];
             int has;
@@ -65,13 +62,8 @@ int UserAgent::bus = -1;
 TEST_F(UserAgent, TypesByTheFirstListWithAWordInAnyCaseOncePerDatagram) {
     const std::string a1 = "1601 32 02:aa:bb:cc:dd:01 1 useragent", a3 = "1601 32 02:aa:bb:cc:dd:01 3 useragent";
     const std::tuple<const char *, std::string, Events> cases[] = {
-        {"iPhone", report(kMacA, kIphone), {a1}},
         {"any case", report(kMacA, "User-Agent: Opera MOBILE"), {a1}},
-        {"iPad",
-         report(kMacA, "User-Agent: Mozilla/5.0 (iPad; CPU OS 17_0 like Mac OS X)"),
-         {"1601 32 02:aa:bb:cc:dd:01 2 useragent"}},
         {"mobile iPad", report(kMacA, "User-Agent: Mozilla/5.0 (iPad; CPU OS 17_0 like Mac OS X) Mobile/15E148"), {a1}},
-        {"Windows", report(kMacA, kWindows), {a3}},
         {"no word", report(kMacA, "User-Agent: curl/8.5.0"), {}},
         {"no keyword", report(kMacA, "user-agent: Mozilla/5.0 (Windows NT 10.0)"), {}},
         {"set-top box", report(kMacA, "User-Agent: STB CMCC E1600"), {}},
@@ -124,14 +116,4 @@ TEST(DhcpOptionReport, FieldsByPositionValuesBehindTheFirstEquals) {
         lanhost_dhcp_option_update(&e, text.data(), text.size());
         EXPECT_EQ(joined({e.requestedIp, e.hostName, e.hostNameAlt}), joined({ip, name, alt})) << text;
     }
-}
-
-// Offered, not started: the blocking reader greets the module and reads its
-// reports for ever, trying all five lists.
-TEST_F(UserAgent, StandAloneReaderSendsUpperCaseWithCode64) {
-    std::thread(zn_event_lanhost_httpThread, nullptr).detach();
-    ASSERT_TRUE(
-        eventually([] { return sh("znkernel log").out.find("user space lanhost http thread") != std::string::npos; }));
-    ASSERT_TRUE(run("znkernel ua report 02:aa:bb:cc:dd:03 'STB CMCC'"));
-    EXPECT_EQ(received(10000), Events{"1601 64 02:AA:BB:CC:DD:03 5 useragent"});
 }

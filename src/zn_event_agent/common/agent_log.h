@@ -34,7 +34,7 @@ struct CallSite {
 #define ZN_LOG_AS(function, level, ...) \
     zns_log_print(__FILE__, ZN_FUNCTION_NAME(function), __LINE__, (level), __VA_ARGS__)
 // The name of a function of this program, which must exist.
-#define ZN_FUNCTION_NAME(function) (static_cast<void>(&function), #function)
+#define ZN_FUNCTION_NAME(function) (static_cast<void>(&(function)), #function)
 
 constexpr int kLanhostLogModules = 3;
 extern int zn_event_lanhost_log_levels[kLanhostLogModules];
