@@ -2,13 +2,13 @@
 // module is that of set_log_level unless a number in
 // /run/zns_log/MODULE overrides it; the file is looked at once a second.
 #include <sys/stat.h>
-#include <ctime>
 #include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <mutex>
 #include <string>

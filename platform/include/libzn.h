@@ -9,7 +9,7 @@
 extern "C" {
 #endif
 
-#define LIBZN_PROVINCE_LEN 32
+#define LIBZN_PROVINCE_LEN    32
 #define LIBZN_BOARD_VALUE_LEN 64
 
 /* One forwarding entry of a bridge, as the kernel's brforward file has it. */
@@ -24,17 +24,17 @@ typedef struct brctl_fdb_entry {
 } brctl_fdb_entry_t;
 
 /* Board settings, each 0 or -1 unless told. */
-int libzn_sys_getProvince(char *buf);                 /* buf of LIBZN_PROVINCE_LEN */
-int libzn_sys_getPonMode(void);                       /* configured PON mode, -1 unknown */
-int libzn_sys_getUsbNum(void);                        /* number of USB ports */
+int libzn_sys_getProvince(char *buf); /* buf of LIBZN_PROVINCE_LEN */
+int libzn_sys_getPonMode(void);       /* configured PON mode, -1 unknown */
+int libzn_sys_getUsbNum(void);        /* number of USB ports */
 int libzn_board_config_content_read(const char *section, const char *key, char *buf); /* LIBZN_BOARD_VALUE_LEN */
 
 /* Outward effects. */
 int libzn_sys_led(int state);
-int libzn_sys_turnOffLed(uint8_t off);                /* 1 all LEDs off, 0 on */
+int libzn_sys_turnOffLed(uint8_t off); /* 1 all LEDs off, 0 on */
 int zns_cuc_set_sleep_mode(uint8_t enable);
-int zns_cmcc_timedTask_handler(int index);            /* 0 on success */
-int zns_cmcc_deviceLimit_handler(int index);          /* 0 on success */
+int zns_cmcc_timedTask_handler(int index);   /* 0 on success */
+int zns_cmcc_deviceLimit_handler(int index); /* 0 on success */
 
 /* Shell commands, done on return. The exit status, or -1. */
 int libzn_dosystem(const char *cmd);

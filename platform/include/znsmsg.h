@@ -9,17 +9,17 @@
 extern "C" {
 #endif
 
-#define ZNS_EVENT_LAN_LINK_UP              100
-#define ZNS_EVENT_LAN_LINK_DOWN            101
-#define ZNS_EVENT_SSID_LINK_UP             102
-#define ZNS_EVENT_SSID_LINK_DOWN           103
-#define ZNS_EVENT_PON_MODE_CHANGE          199
-#define ZNS_EVENT_WAN_LINK_UP              200
-#define ZNS_EVENT_WAN_LINK_DOWN            201
-#define ZNS_EVENT_BTN_REBOOT               300
-#define ZNS_EVENT_USB_ADD                  1300
-#define ZNS_EVENT_USB_REMOVE               1301
-#define ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE  1601
+#define ZNS_EVENT_LAN_LINK_UP             100
+#define ZNS_EVENT_LAN_LINK_DOWN           101
+#define ZNS_EVENT_SSID_LINK_UP            102
+#define ZNS_EVENT_SSID_LINK_DOWN          103
+#define ZNS_EVENT_PON_MODE_CHANGE         199
+#define ZNS_EVENT_WAN_LINK_UP             200
+#define ZNS_EVENT_WAN_LINK_DOWN           201
+#define ZNS_EVENT_BTN_REBOOT              300
+#define ZNS_EVENT_USB_ADD                 1300
+#define ZNS_EVENT_USB_REMOVE              1301
+#define ZNS_EVENT_TEMP_UPDATE_MAC_DEVTYPE 1601
 
 #define ZNS_EVENT_PAYLOAD_MAX 1024
 

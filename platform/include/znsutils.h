@@ -38,8 +38,8 @@ void zns_xmlShmDeInit(zns_xml_handle_t **handle);
 
 /* depth: number of instance numbers that format yields, 1 to 4, each 1 to 65535;
  * fields of the text are separated by ','. Returns 0 on a bad format. */
-zns_ia_t znsXml_ConstructIAValue(const char *file, const char *func, int line, int depth,
-                                 const char *format, ...) __attribute__((format(printf, 5, 6)));
+zns_ia_t znsXml_ConstructIAValue(const char *file, const char *func, int line, int depth, const char *format, ...)
+    __attribute__((format(printf, 5, 6)));
 
 /* Address of the object's record in shared memory, or NULL. Readers take no
  * lock: a text field always keeps a NUL within its width. */
@@ -49,8 +49,7 @@ void *znsXml_getObjectByOID(zns_xml_handle_t *handle, uint32_t oid, int flag);
  * the address of the record or of the parameter's field. */
 void *znsXml_GetObjectByName(zns_xml_handle_t *handle, const char *path, int flag);
 /* Copies the value into out (the field's width for text). 0 or -1. */
-int znsXml_getParameterByOID(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance,
-                             const char *name, void *out);
+int znsXml_getParameterByOID(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance, const char *name, void *out);
 /* The record's place in the store, for the writes below; 0 for a foreign address. */
 uint32_t znsXmlGetPtrOffset(zns_xml_handle_t *handle, const void *object);
 
@@ -64,13 +63,12 @@ void freeParameterList(zns_param_list_t *list);
  * parameter's or a text too long for its field fails the whole call, -1. */
 int znsXml_setParameterIndirectByParaList(zns_xml_handle_t *handle, uint32_t offset, zns_param_list_t *list);
 int znsXml_setParameterNnotify(zns_xml_handle_t *handle, uint32_t offset, zns_param_list_t *list, int notify);
-int znsXml_setOneParameterByOIDIndirect(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance,
-                                        const char *name, uint32_t type, const void *value);
+int znsXml_setOneParameterByOIDIndirect(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance, const char *name,
+                                        uint32_t type, const void *value);
 
 /* Adds the instance that instance names (its parent must exist). 0, or -1
  * when it exists already or can't be made. */
-int znsXml_addObjectByOIDIAIndirect(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance,
-                                    int flag1, int flag2);
+int znsXml_addObjectByOIDIAIndirect(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance, int flag1, int flag2);
 int znsXml_addObjectByOIDIWithParaListIndirect(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance,
                                                zns_param_list_t *list);
 /* Deletes the instance and everything below it. 0, or -1 when absent. */

@@ -4,20 +4,20 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <ctime>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace kemu {
 namespace {
 
 constexpr const char *kKernelName = "znkemu-kernel.%x.%d"; // groups, pid
-constexpr size_t kLogHexMax = 2048; // bytes of a message shown in hex
-constexpr size_t kLogTextMax = 64;  // characters of a greeting's text shown
+constexpr size_t kLogHexMax = 2048;                        // bytes of a message shown in hex
+constexpr size_t kLogTextMax = 64;                         // characters of a greeting's text shown
 
 // "ID.GROUPS" names a port's socket file.
 bool parse_port_name(const char *name, uint32_t *id, uint32_t *groups) {

@@ -127,13 +127,13 @@ std::string port_path(int protocol, uint32_t id, uint32_t groups);
 std::vector<Port> ports(int protocol);
 // Holds the protocol's bind lock for its life.
 class BindLock {
-  public:
+public:
     explicit BindLock(int protocol);
     ~BindLock();
     BindLock(const BindLock &) = delete;
     BindLock &operator=(const BindLock &) = delete;
 
-  private:
+private:
     int fd_ = -1;
 };
 int mkdirs(const std::string &dir);

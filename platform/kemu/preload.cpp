@@ -122,8 +122,7 @@ int bind_port(int fd, Sock s, uint32_t id, uint32_t groups) {
 
 // A netlink datagram from a socket of ours. To the kernel (port id 0) it
 // lands in the log; to another port id it goes to that socket.
-ssize_t send_netlink(int fd, Sock s, const sockaddr *to, socklen_t to_len, const uint8_t *data, size_t len,
-                     int flags) {
+ssize_t send_netlink(int fd, Sock s, const sockaddr *to, socklen_t to_len, const uint8_t *data, size_t len, int flags) {
     sockaddr_nl dst{};
     if (to) {
         if (to_len < sizeof dst || to->sa_family != AF_NETLINK)
@@ -167,7 +166,7 @@ using kemu::kMacfilterTable;
 
 // The path a process asked for, or its stand-in.
 class Path {
-  public:
+public:
     explicit Path(const char *path) : path_(path) {
         constexpr size_t n = sizeof kMacfilterProc - 1;
         if (!path || strncmp(path, kMacfilterProc, n) != 0 || (path[n] != '\0' && path[n] != '/'))
@@ -189,7 +188,7 @@ class Path {
         return mode_;
     }
 
-  private:
+private:
     const char *path_;
     char buf_[PATH_MAX];
     char mode_[16];

@@ -6,7 +6,6 @@
 #include <linux/rtnetlink.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <ctime>
 #include <unistd.h>
 
 #include <cctype>
@@ -14,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <set>
 #include <stdexcept>
@@ -330,7 +330,6 @@ int cmd_pon_presence(const std::string &sub) {
     return 0;
 }
 
-
 int cmd_pon(const std::string &sub, int argc, char **argv) {
     if (argc == 0 && (sub == "off" || sub == "on"))
         return cmd_pon_presence(sub);
@@ -356,8 +355,7 @@ struct ReportChannel {
     const char *nobody; // the failure when no one listens
 };
 
-constexpr ReportChannel kUa{2, ua_report, ua_listeners,
-                            "no process has greeted the user-agent module on protocol 31"};
+constexpr ReportChannel kUa{2, ua_report, ua_listeners, "no process has greeted the user-agent module on protocol 31"};
 constexpr ReportChannel kBridgeData{6, bridgedata_report, bridgedata_listeners,
                                     "no listener has connected to the bridge data component on protocol 29"};
 

@@ -139,8 +139,7 @@ void *znsXml_GetObjectByName(zns_xml_handle_t *handle, const char *path, int) {
     return static_cast<uint8_t *>(slot_record(r, s)) + (param ? param->offset : 0);
 }
 
-int znsXml_getParameterByOID(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance, const char *name,
-                             void *out) {
+int znsXml_getParameterByOID(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance, const char *name, void *out) {
     Region *r = region_of(handle);
     const ObjectLayout *obj = dm_object(oid);
     const ParamLayout *p = obj && name ? dm_param(obj, name) : nullptr;
@@ -201,8 +200,8 @@ int znsXml_setParameterNnotify(zns_xml_handle_t *handle, uint32_t offset, zns_pa
     return set_by_offset(handle, offset, list);
 }
 
-int znsXml_setOneParameterByOIDIndirect(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance,
-                                        const char *name, uint32_t type, const void *value) {
+int znsXml_setOneParameterByOIDIndirect(zns_xml_handle_t *handle, uint32_t oid, zns_ia_t instance, const char *name,
+                                        uint32_t type, const void *value) {
     Region *r = region_of(handle);
     zns_param_list_t list;
     if (!r || setParameterToList(&list, name, type, value) != 0)

@@ -131,12 +131,17 @@ const char *dm_defaults() { return kDefaults; }
 size_t dm_type_width(uint32_t type) {
     switch (type) {
     case ZNS_TYPE_BYTE:
-    case ZNS_TYPE_BOOL: return 1;
-    case ZNS_TYPE_UINT16: return 2;
+    case ZNS_TYPE_BOOL:
+        return 1;
+    case ZNS_TYPE_UINT16:
+        return 2;
     case ZNS_TYPE_UINT32:
-    case ZNS_TYPE_INT32: return 4;
-    case ZNS_TYPE_MAC: return 6;
-    default: return 0;
+    case ZNS_TYPE_INT32:
+        return 4;
+    case ZNS_TYPE_MAC:
+        return 6;
+    default:
+        return 0;
     }
 }
 

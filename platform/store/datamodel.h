@@ -42,7 +42,7 @@ struct ObjectLayout {
     const ParamLayout *params;
     size_t param_count;
     uint32_t record_size;
-    int depth;            // "{i}" segments of the path
+    int depth;                  // "{i}" segments of the path
     const ObjectLayout *parent; // nullptr for the root
 };
 

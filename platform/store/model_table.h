@@ -12,25 +12,34 @@ constexpr uint32_t S = ZNS_TYPE_STRING, U8 = ZNS_TYPE_BYTE, U16 = ZNS_TYPE_UINT1
                    I32 = ZNS_TYPE_INT32, MAC = ZNS_TYPE_MAC, BOOL = ZNS_TYPE_BOOL;
 
 constexpr ParamDef kDeviceInfo[] = {
-    {"Manufacturer", S, -1, 65}, {"ModelName", S, -1, 65},        {"SerialNumber", S, -1, 65},
+    {"Manufacturer", S, -1, 65},    {"ModelName", S, -1, 65},         {"SerialNumber", S, -1, 65},
     {"SoftwareVersion", S, -1, 65}, {"X_CMCC_UpLinkType", S, -1, 16},
 };
 constexpr ParamDef kLanDevice[] = {
-    {"LANEthernetInterfaceNumberOfEntries", U32, -1, 4}, {"LANWLANConfigurationNumberOfEntries", U32, -1, 4},
+    {"LANEthernetInterfaceNumberOfEntries", U32, -1, 4},
+    {"LANWLANConfigurationNumberOfEntries", U32, -1, 4},
 };
 constexpr ParamDef kLanHostConfig[] = {
-    {"DHCPServerEnable", BOOL, -1, 1}, {"MinAddress", S, -1, 16}, {"MaxAddress", S, -1, 16},
+    {"DHCPServerEnable", BOOL, -1, 1}, {"MinAddress", S, -1, 16},     {"MaxAddress", S, -1, 16},
     {"SubnetMask", S, -1, 16},         {"DHCPLeaseTime", I32, -1, 4},
 };
 constexpr ParamDef kIpInterface[] = {
-    {"Enable", BOOL, -1, 1}, {"IPInterfaceIPAddress", S, -1, 16}, {"IPInterfaceSubnetMask", S, -1, 16},
+    {"Enable", BOOL, -1, 1},
+    {"IPInterfaceIPAddress", S, -1, 16},
+    {"IPInterfaceSubnetMask", S, -1, 16},
     {"X_CT-COM_IPv6Address", S, -1, 64},
 };
 constexpr ParamDef kLanEthernet[] = {
-    {"Enable", BOOL, -1, 1}, {"Name", S, -1, 16}, {"Status", S, -1, 16}, {"MaxBitRate", S, -1, 8},
+    {"Enable", BOOL, -1, 1},
+    {"Name", S, -1, 16},
+    {"Status", S, -1, 16},
+    {"MaxBitRate", S, -1, 8},
 };
 constexpr ParamDef kWlanConfig[] = {
-    {"Enable", BOOL, -1, 1}, {"Name", S, -1, 16}, {"SSID", S, -1, 33}, {"Standard", S, -1, 16},
+    {"Enable", BOOL, -1, 1},
+    {"Name", S, -1, 16},
+    {"SSID", S, -1, 33},
+    {"Standard", S, -1, 16},
 };
 constexpr ParamDef kHosts[] = {
     {"HostNumberOfEntries", U16, 4, 2},
@@ -79,11 +88,14 @@ constexpr ParamDef kHostCustomise[] = {
     {"CustomiseName", S, -1, 152},
 };
 constexpr ParamDef kWanCommon[] = {
-    {"WANAccessType", S, -1, 16}, {"X_ZN_WANAccessType", S, -1, 16}, {"PhysicalLinkStatus", S, -1, 16},
+    {"WANAccessType", S, -1, 16},
+    {"X_ZN_WANAccessType", S, -1, 16},
+    {"PhysicalLinkStatus", S, -1, 16},
 };
 constexpr ParamDef kWanIpConnection[] = {
-    {"ConnectionType", S, 86, 32},     {"X_ZN_LanInterface", S, 1739, 512}, {"Enable", BOOL, -1, 1},
-    {"Name", S, -1, 64},               {"ConnectionStatus", S, -1, 16},     {"AddressingType", S, -1, 16},
+    {"ConnectionType", S, 86, 32},    {"X_ZN_LanInterface", S, 1739, 512},
+    {"Enable", BOOL, -1, 1},          {"Name", S, -1, 64},
+    {"ConnectionStatus", S, -1, 16},  {"AddressingType", S, -1, 16},
     {"ExternalIPAddress", S, -1, 16},
 };
 constexpr ParamDef kWanPppConnection[] = {
@@ -97,42 +109,61 @@ constexpr ParamDef kWifi[] = {
     {"X_ZN_Enable", BOOL, 30, 1},
 };
 constexpr ParamDef kRadio[] = {
-    {"Enable", BOOL, -1, 1}, {"OperatingFrequencyBand", S, -1, 8}, {"Channel", U32, -1, 4},
+    {"Enable", BOOL, -1, 1},
+    {"OperatingFrequencyBand", S, -1, 8},
+    {"Channel", U32, -1, 4},
 };
 constexpr ParamDef kSsid[] = {
-    {"Enable", BOOL, -1, 1}, {"SSIDAdvertisementEnabled", BOOL, -1, 1}, {"SSID", S, -1, 33}, {"Name", S, -1, 16},
+    {"Enable", BOOL, -1, 1},
+    {"SSIDAdvertisementEnabled", BOOL, -1, 1},
+    {"SSID", S, -1, 33},
+    {"Name", S, -1, 16},
 };
 constexpr ParamDef kSsidSecurity[] = {
-    {"ModeEnabled", S, -1, 33}, {"KeyPassphrase", S, -1, 65},
+    {"ModeEnabled", S, -1, 33},
+    {"KeyPassphrase", S, -1, 65},
 };
 constexpr ParamDef kWps[] = {
-    {"Enable", BOOL, -1, 1}, {"X_ZN_Action", U8, -1, 1},
+    {"Enable", BOOL, -1, 1},
+    {"X_ZN_Action", U8, -1, 1},
 };
 constexpr ParamDef kMesh[] = {
-    {"Enable", BOOL, 46, 1}, {"OnboardingTrigger", BOOL, -1, 1}, {"Role", S, -1, 16},
+    {"Enable", BOOL, 46, 1},
+    {"OnboardingTrigger", BOOL, -1, 1},
+    {"Role", S, -1, 16},
 };
 constexpr ParamDef kLed[] = {
     {"Leds_Turnoff", BOOL, 0, 1},
 };
 constexpr ParamDef kSleepTimer[] = {
-    {"Enable", BOOL, 1, 1}, {"Day", S, -1, 32}, {"Time", S, -1, 8}, {"Active", BOOL, -1, 1},
+    {"Enable", BOOL, 1, 1},
+    {"Day", S, -1, 32},
+    {"Time", S, -1, 8},
+    {"Active", BOOL, -1, 1},
 };
 constexpr ParamDef kBridgeData[] = {
     {"InterfaceName", S, -1, 64}, {"sessionID", U32, -1, 4}, {"smac", S, -1, 64},
     {"dmac", S, -1, 64},          {"ip", S, -1, 64},         {"dns", S, -1, 64},
 };
 constexpr ParamDef kTimedTask[] = {
-    {"Enable", BOOL, -1, 1}, {"Time", S, -1, 32}, {"Action", S, -1, 32},
+    {"Enable", BOOL, -1, 1},
+    {"Time", S, -1, 32},
+    {"Action", S, -1, 32},
 };
 constexpr ParamDef kDeviceLimit[] = {
-    {"Enable", BOOL, -1, 1}, {"MaxDevices", U32, -1, 4},
+    {"Enable", BOOL, -1, 1},
+    {"MaxDevices", U32, -1, 4},
 };
 constexpr ParamDef kUpgradeStep[] = {
-    {"Enable", BOOL, -1, 1}, {"Time", S, -1, 32}, {"URL", S, -1, 256},
+    {"Enable", BOOL, -1, 1},
+    {"Time", S, -1, 32},
+    {"URL", S, -1, 256},
 };
 
-#define ZNS_OBJ(oid, path, params, counter) {oid, path, params, sizeof(params) / sizeof((params)[0]), counter}
-#define ZNS_NODE(oid, path) {oid, path, nullptr, 0, -1}
+#define ZNS_OBJ(oid, path, params, counter)                                                                            \
+    { oid, path, params, sizeof(params) / sizeof((params)[0]), counter }
+#define ZNS_NODE(oid, path)                                                                                            \
+    { oid, path, nullptr, 0, -1 }
 
 // Parents stand before their children.
 constexpr ObjectDef kModel[] = {
@@ -152,8 +183,10 @@ constexpr ObjectDef kModel[] = {
     ZNS_NODE(20, "InternetGatewayDevice.WANDevice.{i}"),
     ZNS_OBJ(21, "InternetGatewayDevice.WANDevice.{i}.WANCommonInterfaceConfig", kWanCommon, -1),
     ZNS_NODE(22, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}"),
-    ZNS_OBJ(23, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANIPConnection.{i}", kWanIpConnection, -1),
-    ZNS_OBJ(24, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANPPPConnection.{i}", kWanPppConnection, -1),
+    ZNS_OBJ(23, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANIPConnection.{i}", kWanIpConnection,
+            -1),
+    ZNS_OBJ(24, "InternetGatewayDevice.WANDevice.{i}.WANConnectionDevice.{i}.WANPPPConnection.{i}", kWanPppConnection,
+            -1),
     ZNS_OBJ(275, "InternetGatewayDevice.X_ZN_SystemConfig", kSystemConfig, -1),
     ZNS_OBJ(389, "InternetGatewayDevice.X_ZN_WiFi", kWifi, -1),
     ZNS_OBJ(390, "InternetGatewayDevice.X_ZN_WiFi.Radio.{i}", kRadio, -1),

@@ -202,7 +202,8 @@ void bump_counter(Region *r, const ObjectLayout *obj, zns_ia_t ia) {
     Slot *s = slot_find(r, owner->def->oid, ia_make(idx, owner->depth));
     if (!s)
         return;
-    auto *counter = reinterpret_cast<uint16_t *>(static_cast<uint8_t *>(slot_record(r, s)) + owner->def->counter_offset);
+    auto *counter =
+        reinterpret_cast<uint16_t *>(static_cast<uint8_t *>(slot_record(r, s)) + owner->def->counter_offset);
     __atomic_store_n(counter, uint16_t(*counter + 1), __ATOMIC_RELEASE);
 }
 
@@ -216,7 +217,8 @@ bool apply_values(const ObjectLayout *obj, uint8_t *rec, const std::vector<Param
         if (p->type == ZNS_TYPE_STRING) {
             const std::string text(v.bytes.begin(), v.bytes.end());
             const size_t n = text.size();
-            if (text.compare(0, n, reinterpret_cast<const char *>(field), strnlen(reinterpret_cast<char *>(field), p->size)) != 0)
+            if (text.compare(0, n, reinterpret_cast<const char *>(field),
+                             strnlen(reinterpret_cast<char *>(field), p->size)) != 0)
                 changed = true;
             std::memcpy(field, text.c_str(), n);
             std::memset(field + n, 0, p->size - n);
@@ -297,9 +299,9 @@ const char *value_check(const ParamLayout *p, const ParamValue &v) {
     if (v.type != p->type)
         return "wrong type";
     if (p->type == ZNS_TYPE_STRING)
-        return v.bytes.size() >= p->size                                          ? "text too long"
+        return v.bytes.size() >= p->size                                       ? "text too long"
                : std::find(v.bytes.begin(), v.bytes.end(), 0) != v.bytes.end() ? "NUL inside text"
-                                                                                : nullptr;
+                                                                               : nullptr;
     if (v.bytes.size() != p->size)
         return "wrong width";
     if (p->type == ZNS_TYPE_BOOL && v.bytes[0] > 1)
@@ -386,8 +388,9 @@ void region_reset_counters(Region *r) {
         const Slot *s = &r->slots[i];
         const ObjectLayout *obj = slot_live(s) ? dm_object(s->oid) : nullptr;
         if (obj && obj->def->counter_offset >= 0)
-            __atomic_store_n(reinterpret_cast<uint16_t *>(static_cast<uint8_t *>(slot_record(r, s)) + obj->def->counter_offset),
-                             uint16_t(0), __ATOMIC_RELEASE);
+            __atomic_store_n(
+                reinterpret_cast<uint16_t *>(static_cast<uint8_t *>(slot_record(r, s)) + obj->def->counter_offset),
+                uint16_t(0), __ATOMIC_RELEASE);
     }
 }
 

@@ -69,6 +69,7 @@ public:
     ~RegionLock();
     RegionLock(const RegionLock &) = delete;
     RegionLock &operator=(const RegionLock &) = delete;
+
 private:
     Region *r_;
 };

@@ -18,10 +18,17 @@ std::string escape(const char *s) {
     std::string out;
     for (; *s; s++) {
         switch (*s) {
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        default: out += *s;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        default:
+            out += *s;
         }
     }
     return out;
@@ -34,10 +41,17 @@ bool unescape(const char *s, std::string *out) {
             continue;
         }
         switch (*++s) {
-        case '\\': *out += '\\'; break;
-        case 'n': *out += '\n'; break;
-        case 'r': *out += '\r'; break;
-        default: return false;
+        case '\\':
+            *out += '\\';
+            break;
+        case 'n':
+            *out += '\n';
+            break;
+        case 'r':
+            *out += '\r';
+            break;
+        default:
+            return false;
         }
     }
     return true;
@@ -67,8 +81,10 @@ bool path_less(const std::string &a, const std::string &b) {
     while (i < a.size() && j < b.size()) {
         if (isdigit(uint8_t(a[i])) && isdigit(uint8_t(b[j]))) {
             size_t ie = i, je = j;
-            while (ie < a.size() && isdigit(uint8_t(a[ie]))) ie++;
-            while (je < b.size() && isdigit(uint8_t(b[je]))) je++;
+            while (ie < a.size() && isdigit(uint8_t(a[ie])))
+                ie++;
+            while (je < b.size() && isdigit(uint8_t(b[je])))
+                je++;
             unsigned long x = strtoul(a.c_str() + i, nullptr, 10), y = strtoul(b.c_str() + j, nullptr, 10);
             if (x != y)
                 return x < y;

@@ -32,9 +32,8 @@ bool type_matches(const char *word, uint32_t type) {
         uint32_t type;
     };
     static constexpr Word kWords[] = {
-        {"string", ZNS_TYPE_STRING}, {"uint", ZNS_TYPE_UINT32}, {"uint", ZNS_TYPE_UINT16},
-        {"uint", ZNS_TYPE_BYTE},     {"int", ZNS_TYPE_INT32},   {"bool", ZNS_TYPE_BOOL},
-        {"mac", ZNS_TYPE_MAC},
+        {"string", ZNS_TYPE_STRING}, {"uint", ZNS_TYPE_UINT32}, {"uint", ZNS_TYPE_UINT16}, {"uint", ZNS_TYPE_BYTE},
+        {"int", ZNS_TYPE_INT32},     {"bool", ZNS_TYPE_BOOL},   {"mac", ZNS_TYPE_MAC},
     };
     for (const Word &w : kWords)
         if (strcmp(word, w.word) == 0 && w.type == type)
@@ -47,9 +46,7 @@ struct Target {
     zns_ia_t ia = 0;
 };
 
-int resolve(const char *path, Target *t) {
-    return dm_parse_path(path, false, &t->obj, &t->ia, nullptr);
-}
+int resolve(const char *path, Target *t) { return dm_parse_path(path, false, &t->obj, &t->ia, nullptr); }
 
 // The parameter name of the object at path; reports and returns nullptr when either is unknown.
 const ParamLayout *resolve_param(const char *path, const char *name, Target *t) {
@@ -140,10 +137,18 @@ int main(int argc, char **argv) {
         return fail("store", "not reachable");
     int rc;
     switch (op) {
-    case 's': rc = cmd_set(h, argv[2], argv[3], argv[4], argv[5]); break;
-    case 'g': rc = cmd_get(h, argv[2], argv[3]); break;
-    case 'l': rc = cmd_list(h, argv[2]); break;
-    default: rc = cmd_add_del(h, argv[2], op == 'a'); break;
+    case 's':
+        rc = cmd_set(h, argv[2], argv[3], argv[4], argv[5]);
+        break;
+    case 'g':
+        rc = cmd_get(h, argv[2], argv[3]);
+        break;
+    case 'l':
+        rc = cmd_list(h, argv[2]);
+        break;
+    default:
+        rc = cmd_add_del(h, argv[2], op == 'a');
+        break;
     }
     zns_xmlShmDeInit(&h);
     return rc;

@@ -36,7 +36,8 @@ constexpr Worker kWorkers[] = {
     {btn_handler, &btn_thread, Report::Stdout, "create btn_thread failed", false},
     {ponEventHandler, &ponModeChangeThread, Report::ModuleLog, "create ponModeChangeThread failed\n", false},
     {kernelEventHandler, &kernelEventThread, Report::ModuleLog, "create kernelEventHandler failed\n", false},
-    {kernelKobjectEventHandler, &kernelKobjectThread, Report::ModuleLog, "create kernelKobjectEventHandler failed\n", false},
+    {kernelKobjectEventHandler, &kernelKobjectThread, Report::ModuleLog, "create kernelKobjectEventHandler failed\n",
+     false},
     {zn_event_lanhost_thread, &lanhostThread, Report::ModuleLog, "create zn_event_lanhost_thread failed\n", true},
     {timerEventHandler, &timerThread, Report::ModuleLog, "create timerEventHandler failed\n", false},
 };

@@ -111,9 +111,9 @@ void reset_release(const ButtonState &s);
 
 struct Button {
     uint16_t code;
-    const char *word;          // in the trace-only lines
-    bool heldOutlivesPress;    // a press without repeats is judged on the last hold
-    const Trigger *trigger;    // on release, or else release()
+    const char *word;       // in the trace-only lines
+    bool heldOutlivesPress; // a press without repeats is judged on the last hold
+    const Trigger *trigger; // on release, or else release()
     void (*release)(const ButtonState &);
     void (*repeat)(const ButtonState &); // after held is taken, or nullptr
 };

@@ -14,9 +14,9 @@ constexpr uint32_t kOidWifi = 389, kOidRadio = 390, kOidSsid = 399, kOidSsidSecu
                    kOidMesh = 424;
 constexpr const char *kLedPath = "InternetGatewayDevice.X_ZN_EXT.X_ZN_LED";
 // Fields read straight from the records.
-constexpr size_t kWifiEnableAt = 30;  // X_ZN_Enable of the Wi-Fi switch
-constexpr size_t kMeshEnableAt = 46;  // the mesh object's enable flag
-constexpr size_t kLedsTurnoffAt = 0;  // Leds_Turnoff of the LED settings
+constexpr size_t kWifiEnableAt = 30;    // X_ZN_Enable of the Wi-Fi switch
+constexpr size_t kMeshEnableAt = 46;    // the mesh object's enable flag
+constexpr size_t kLedsTurnoffAt = 0;    // Leds_Turnoff of the LED settings
 constexpr size_t kModeEnabledRoom = 64; // above the field's width of 32 bytes and its NUL
 
 // The access points a WPS press acts on, by external SSID index.

@@ -37,9 +37,8 @@ constexpr const char *kEtherType = "ETHER";
 constexpr uint16_t kQuietTypes[] = {NLMSG_ERROR, NLMSG_DONE, RTM_NEWADDR, RTM_DELADDR, RTM_NEWROUTE, RTM_DELROUTE};
 
 constexpr const char *kLanPorts[] = {"eth0", "eth1", "eth2", "eth3", "eth4", "lan0", "lan1", "lan2", "lan3", "lan4"};
-constexpr const char *kSsidPorts[] = {"ra0.0",  "ra1.0",  "ra2.0",  "ra3.0",  "ra4.0",  "ra5.0",
-                                      "ra6.0",  "ra7.0",  "rax0.0", "rax1.0", "rax2.0", "rax3.0",
-                                      "rax4.0", "rax5.0", "rax6.0", "rax7.0"};
+constexpr const char *kSsidPorts[] = {"ra0.0",  "ra1.0",  "ra2.0",  "ra3.0",  "ra4.0",  "ra5.0",  "ra6.0",  "ra7.0",
+                                      "rax0.0", "rax1.0", "rax2.0", "rax3.0", "rax4.0", "rax5.0", "rax6.0", "rax7.0"};
 
 // A class of ports: its word in the system log, its payload key and events.
 struct LinkClass {

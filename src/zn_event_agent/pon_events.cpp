@@ -28,7 +28,7 @@ constexpr const char *kEthWanMarker = "/userconfig/config/ethwan";
 constexpr int kPonModeTested = 7; // the configured mode under which the store follows
 
 // Fields of the payload record.
-constexpr size_t kTypeAt = 2;  // then the value at an odd offset: a 32-bit mode, or a type byte
+constexpr size_t kTypeAt = 2; // then the value at an odd offset: a 32-bit mode, or a type byte
 constexpr uint8_t kPonEventWanChange = 9;
 constexpr uint8_t kPonEventRecovered = 14;
 

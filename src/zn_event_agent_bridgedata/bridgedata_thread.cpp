@@ -62,9 +62,12 @@ void store_report(const bridgedataReport &r) {
         uint32_t type;
         const void *value;
     } params[] = {
-        {"InterfaceName", ZNS_TYPE_STRING, r.InterfaceName}, {"sessionID", ZNS_TYPE_UINT32, &r.sessionID},
-        {"smac", ZNS_TYPE_STRING, r.smac},                   {"dmac", ZNS_TYPE_STRING, r.dmac},
-        {"ip", ZNS_TYPE_STRING, r.ip},                       {"dns", ZNS_TYPE_STRING, r.dns},
+        {"InterfaceName", ZNS_TYPE_STRING, r.InterfaceName},
+        {"sessionID", ZNS_TYPE_UINT32, &r.sessionID},
+        {"smac", ZNS_TYPE_STRING, r.smac},
+        {"dmac", ZNS_TYPE_STRING, r.dmac},
+        {"ip", ZNS_TYPE_STRING, r.ip},
+        {"dns", ZNS_TYPE_STRING, r.dns},
     };
     for (const auto &p : params)
         setParameterToList(list, p.name, p.type, p.value);

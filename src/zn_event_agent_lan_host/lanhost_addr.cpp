@@ -34,15 +34,14 @@ bool ipv4_octets(const char *text, unsigned octets[4]) {
 }
 
 // Flags of the classification word beyond those callers test.
-constexpr uint32_t kMulticast = 0x0002, kLoopback = 0x0010, kSiteLocal = 0x0040, kCompatV4 = 0x0080,
-                   kMapped = 0x1000;
+constexpr uint32_t kMulticast = 0x0002, kLoopback = 0x0010, kSiteLocal = 0x0040, kCompatV4 = 0x0080, kMapped = 0x1000;
 constexpr uint32_t scope(uint32_t s) { return lanhost_ipv6_scope_bits(s); }
 
 } // namespace
 
 void lanhost_mac_text(const uint8_t *mac, bool upper, char (&out)[kMacTextSize]) {
-    snprintf(out, sizeof out, upper ? "%02X:%02X:%02X:%02X:%02X:%02X" : "%02x:%02x:%02x:%02x:%02x:%02x", mac[0],
-             mac[1], mac[2], mac[3], mac[4], mac[5]);
+    snprintf(out, sizeof out, upper ? "%02X:%02X:%02X:%02X:%02X:%02X" : "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1],
+             mac[2], mac[3], mac[4], mac[5]);
 }
 
 void macStr_to_bytes(uint8_t *mac, const char *text) {
@@ -69,10 +68,14 @@ uint32_t lhost_ipv6_addr_type(const uint8_t *a) {
         return scope(kIpv6ScopeGlobal) | kIpv6Unicast;
     if (a[0] == 0xFF) {
         switch (a[1] & 0x0F) {
-        case kIpv6ScopeNode: return scope(kIpv6ScopeNode) | kLoopback | kMulticast;
-        case kIpv6ScopeLink: return scope(kIpv6ScopeLink) | kIpv6LinkLocal | kMulticast;
-        case kIpv6ScopeSite: return scope(kIpv6ScopeSite) | kSiteLocal | kMulticast;
-        default: return scope(a[1] & 0x0F) | kMulticast;
+        case kIpv6ScopeNode:
+            return scope(kIpv6ScopeNode) | kLoopback | kMulticast;
+        case kIpv6ScopeLink:
+            return scope(kIpv6ScopeLink) | kIpv6LinkLocal | kMulticast;
+        case kIpv6ScopeSite:
+            return scope(kIpv6ScopeSite) | kSiteLocal | kMulticast;
+        default:
+            return scope(a[1] & 0x0F) | kMulticast;
         }
     }
     if (a[0] == 0xFE && (a[1] & 0xC0) == 0x80)

@@ -34,8 +34,8 @@ constexpr uint32_t lanhost_ipv6_scope_bits(uint32_t scope) { return scope << 16;
 constexpr uint32_t kIpv6Unicast = 0x0001, kIpv6LinkLocal = 0x0020;
 // A unicast address of global scope.
 constexpr bool lanhost_ipv6_is_global(uint32_t type) {
-    return (type & kIpv6Unicast) && (type & lanhost_ipv6_scope_bits(kIpv6ScopeGlobal)) ==
-                                        lanhost_ipv6_scope_bits(kIpv6ScopeGlobal);
+    return (type & kIpv6Unicast) &&
+           (type & lanhost_ipv6_scope_bits(kIpv6ScopeGlobal)) == lanhost_ipv6_scope_bits(kIpv6ScopeGlobal);
 }
 constexpr bool lanhost_ipv6_is_link_local(uint32_t type) { return (type & kIpv6Unicast) && (type & kIpv6LinkLocal); }
 

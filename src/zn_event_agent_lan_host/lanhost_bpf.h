@@ -18,24 +18,24 @@ constexpr unsigned kIcmp6TypeAt = ETHER_HDR_LEN + sizeof(ip6_hdr) + offsetof(icm
 
 // ARP frames addressed to one station: broadcast requests never wake the tracker.
 constexpr sock_filter kArp[] = {
-    {BPF_LD | BPF_H | BPF_ABS, 0, 0, kEtherTypeAt},      // A = EtherType
-    {BPF_JMP | BPF_JEQ | BPF_K, 0, 3, ETHERTYPE_ARP},    // not ARP: drop
-    {BPF_LD | BPF_B | BPF_ABS, 0, 0, kDestFirstByteAt},  // A = first byte of the destination MAC
-    {BPF_JMP | BPF_JSET | BPF_K, 1, 0, 1},               // group bit set: drop
-    {BPF_RET | BPF_K, 0, 0, kAccept},                    // accept
-    {BPF_RET | BPF_K, 0, 0, 0},                          // drop
+    {BPF_LD | BPF_H | BPF_ABS, 0, 0, kEtherTypeAt},     // A = EtherType
+    {BPF_JMP | BPF_JEQ | BPF_K, 0, 3, ETHERTYPE_ARP},   // not ARP: drop
+    {BPF_LD | BPF_B | BPF_ABS, 0, 0, kDestFirstByteAt}, // A = first byte of the destination MAC
+    {BPF_JMP | BPF_JSET | BPF_K, 1, 0, 1},              // group bit set: drop
+    {BPF_RET | BPF_K, 0, 0, kAccept},                   // accept
+    {BPF_RET | BPF_K, 0, 0, 0},                         // drop
 };
 
 // IPv6 neighbor advertisements (ICMPv6 right behind the fixed header).
 constexpr sock_filter kNeighborAdvert[] = {
-    {BPF_LD | BPF_H | BPF_ABS, 0, 0, kEtherTypeAt},           // A = EtherType
-    {BPF_JMP | BPF_JEQ | BPF_K, 0, 5, ETHERTYPE_IPV6},        // not IPv6: drop
-    {BPF_LD | BPF_B | BPF_ABS, 0, 0, kIp6NextHeaderAt},       // A = next header
-    {BPF_JMP | BPF_JEQ | BPF_K, 0, 3, IPPROTO_ICMPV6},        // not ICMPv6: drop
-    {BPF_LD | BPF_B | BPF_ABS, 0, 0, kIcmp6TypeAt},           // A = ICMPv6 type
-    {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, ND_NEIGHBOR_ADVERT},    // not an advertisement: drop
-    {BPF_RET | BPF_K, 0, 0, kAccept},                         // accept
-    {BPF_RET | BPF_K, 0, 0, 0},                               // drop
+    {BPF_LD | BPF_H | BPF_ABS, 0, 0, kEtherTypeAt},        // A = EtherType
+    {BPF_JMP | BPF_JEQ | BPF_K, 0, 5, ETHERTYPE_IPV6},     // not IPv6: drop
+    {BPF_LD | BPF_B | BPF_ABS, 0, 0, kIp6NextHeaderAt},    // A = next header
+    {BPF_JMP | BPF_JEQ | BPF_K, 0, 3, IPPROTO_ICMPV6},     // not ICMPv6: drop
+    {BPF_LD | BPF_B | BPF_ABS, 0, 0, kIcmp6TypeAt},        // A = ICMPv6 type
+    {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, ND_NEIGHBOR_ADVERT}, // not an advertisement: drop
+    {BPF_RET | BPF_K, 0, 0, kAccept},                      // accept
+    {BPF_RET | BPF_K, 0, 0, 0},                            // drop
 };
 
 } // namespace lanhost_bpf

@@ -20,9 +20,9 @@ constexpr size_t kDhcpReadSize = 2048;
 // (section 9.6), and the rules of the options the snooper reads.
 constexpr uint8_t kOptionPad = 0, kOptionEnd = 255;
 constexpr uint8_t kDhcpRequest = 3;
-constexpr DhcpOptionRule kMessageType{53, 1, 1};                            // section 9.6
-constexpr DhcpOptionRule kClientId{61, 7, 7};                               // 9.14: type byte, then the MAC
-constexpr DhcpOptionRule kRequestedIp{50, 4, 4};                            // 9.1
+constexpr DhcpOptionRule kMessageType{53, 1, 1};                              // section 9.6
+constexpr DhcpOptionRule kClientId{61, 7, 7};                                 // 9.14: type byte, then the MAC
+constexpr DhcpOptionRule kRequestedIp{50, 4, 4};                              // 9.1
 constexpr DhcpOptionRule kHostNameOption{12, 0, sizeof(lhost::HostName) - 1}; // 3.14, as long as the record holds
 // What the store's signed lease parameter shows as -1: the lease is upstream.
 constexpr int64_t kSnoopedLease = 0xFFFFFFFF;
@@ -46,8 +46,12 @@ void dhcp_header_dump(const uint8_t *buf, size_t len) {
         unsigned value;
         bool hex;
     } numbers[] = {
-        {"op: ", h.op, false},          {"htype: ", h.htype, false},    {"hlen= ", h.hlen, false},
-        {"hops= ", h.hops, false},      {"xid= ", ntohl(h.xid), true},  {"secs= ", ntohs(h.secs), false},
+        {"op: ", h.op, false},
+        {"htype: ", h.htype, false},
+        {"hlen= ", h.hlen, false},
+        {"hops= ", h.hops, false},
+        {"xid= ", ntohl(h.xid), true},
+        {"secs= ", ntohs(h.secs), false},
         {"flags= ", ntohs(h.flags), true},
     };
     for (const auto &n : numbers)

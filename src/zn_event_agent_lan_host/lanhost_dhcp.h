@@ -50,9 +50,9 @@ Parse lanhost_dhcp_option_lookup(const uint8_t *opts, size_t len, const DhcpOpti
 
 // What a client's DHCP request tells of it.
 struct DhcpRequestSnoop {
-    char macAddr[kMacTextSize];        // client identifier, lower-case text
-    char requestedIp[kIpv4TextSize];   // dotted text, empty without option 50
-    bool hasHostName;                  // option 12 is there; its value may be empty
+    char macAddr[kMacTextSize];      // client identifier, lower-case text
+    char requestedIp[kIpv4TextSize]; // dotted text, empty without option 50
+    bool hasHostName;                // option 12 is there; its value may be empty
     char hostName[sizeof(lhost::HostName)];
 };
 

@@ -24,7 +24,7 @@ namespace {
 
 constexpr const char *kOwnIpv6Path =
     "InternetGatewayDevice.LANDevice.1.LANHostConfigManagement.IPInterface.1.X_CT-COM_IPv6Address";
-constexpr size_t kOwnIpv6Room = 64; // width of that text parameter
+constexpr size_t kOwnIpv6Room = 64;  // width of that text parameter
 constexpr size_t kFrameMinimum = 30; // the reader's own floor, below any whole advertisement
 constexpr size_t kIcmp6At = sizeof(ether_header) + sizeof(ip6_hdr);
 static_assert(kIcmp6At == 54, "ICMPv6 right behind the fixed IPv6 header");
@@ -34,7 +34,7 @@ constexpr size_t kListenerReadSize = 2048;
 constexpr int kListenerWaitSeconds = 5;
 constexpr size_t kDeviceOptionSize = 40;
 constexpr const char kAllNodes[] = "ff02::1"; // RFC 4291, section 2.7.1
-constexpr int kIcmp6ChecksumAt = 2;          // RFC 4443, section 2.1
+constexpr int kIcmp6ChecksumAt = 2;           // RFC 4443, section 2.1
 
 // The solicitation with its source link-layer address option (RFC 4861,
 // sections 4.3 and 4.6.1).

@@ -7,9 +7,9 @@
 #include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <strings.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <strings.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -497,7 +497,7 @@ int netlink_layer3_ipv6NeighborMsg_parse(const NeighborAttr *attrs, uint16_t nlm
     in6_addr addr{};
     lanhost_attr_ipv6(attrs[NDA_DST], &addr); // without one, the unspecified address
     const uint32_t type = lhost_ipv6_addr_type(addr.s6_addr);
-    const Ipv6Slot *slot = lanhost_ipv6_is_global(type) ? &kGlobal
+    const Ipv6Slot *slot = lanhost_ipv6_is_global(type)       ? &kGlobal
                            : lanhost_ipv6_is_link_local(type) ? &kLinkLocal
                                                               : nullptr;
     if (!slot) {

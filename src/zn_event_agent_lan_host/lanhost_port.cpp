@@ -26,12 +26,9 @@ constexpr const char kWlanPath[] = "InternetGatewayDevice.LANDevice.1.WLANConfig
 
 // First match wins: "rax" stands before "ra".
 constexpr PortKind kPortKinds[] = {
-    {"eth", "eth", "Ethernet", kEthernetPath, 1, 3},
-    {"lan", "lan", "Ethernet", kEthernetPath, 1, 3},
-    {"rax", "rax", "802.11", kWlanPath, 1, 1},
-    {"ra", "ra", "802.11", kWlanPath, 9, 1},
-    {"wlan2", "wlan2.", "802.11", kWlanPath, 1, 1},
-    {"wlan0", "wlan0.", "802.11", kWlanPath, 9, 1},
+    {"eth", "eth", "Ethernet", kEthernetPath, 1, 3}, {"lan", "lan", "Ethernet", kEthernetPath, 1, 3},
+    {"rax", "rax", "802.11", kWlanPath, 1, 1},       {"ra", "ra", "802.11", kWlanPath, 9, 1},
+    {"wlan2", "wlan2.", "802.11", kWlanPath, 1, 1},  {"wlan0", "wlan0.", "802.11", kWlanPath, 9, 1},
 };
 
 // The number behind lead in name as "%d" reads it; 0 when there is none.

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr size_t kMinAddressText = 6;        // shorter texts are taken for no address
+constexpr size_t kMinAddressText = 6;             // shorter texts are taken for no address
 constexpr const char kLinkLocalHead[] = "fe80::"; // RFC 4291, section 2.5.6
 // The gateway's own address in a new prefix needs time to come up before a
 // solicitation can leave from it; the whole tracker waits meanwhile.

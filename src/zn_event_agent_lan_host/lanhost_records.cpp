@@ -6,18 +6,16 @@
 
 int wrapperZns_lanhost_get_maxNum() { return kLanhostMaxNum; }
 
-zns_ia_t lanhost_instance(int index) {
-    return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 2, "1,%d", index);
-}
+zns_ia_t lanhost_instance(int index) { return znsXml_ConstructIAValue(__FILE__, __func__, __LINE__, 2, "1,%d", index); }
 
 const uint8_t *lanhost_host_find(const uint8_t *mac, int *index) {
     const uint8_t *found = nullptr;
-    const int at = lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(),
-                                      [&](int, const uint8_t *object) {
-                                          if (lanhost_has_mac(object, kHostMacAt, mac))
-                                              found = object;
-                                          return found != nullptr;
-                                      });
+    const int at =
+        lanhost_store_scan(storeHandle, kOidHost, wrapperZns_lanhost_get_maxNum(), [&](int, const uint8_t *object) {
+            if (lanhost_has_mac(object, kHostMacAt, mac))
+                found = object;
+            return found != nullptr;
+        });
     if (index)
         *index = at;
     return found;

@@ -18,9 +18,9 @@ constexpr size_t kHostsNumberAt = 4, kHostsSaveCounterAt = 8;
 // Host.
 constexpr size_t kHostUtcDowntimeAt = 0, kHostDeviceTypeAt = 4, kHostMacAt = 16, kHostIpAddressAt = 28,
                  kHostAddressSourceAt = 45, kHostLayer2InterfaceAt = 53, kHostInterfaceTypeAt = 310,
-                 kHostIpv6AddressAt = 320, kHostIpv6LocalAddressAt = 365, kHostGuaAddressAt = 410,
-                 kHostDuidAt = 455, kHostCustomiseNameAt = 584, kHostLeaseTimeAt = 736, kHostActiveAt = 760,
-                 kHostIpv6ActiveAt = 761, kHostHostNameAt = 764, kHostVendorAt = 894;
+                 kHostIpv6AddressAt = 320, kHostIpv6LocalAddressAt = 365, kHostGuaAddressAt = 410, kHostDuidAt = 455,
+                 kHostCustomiseNameAt = 584, kHostLeaseTimeAt = 736, kHostActiveAt = 760, kHostIpv6ActiveAt = 761,
+                 kHostHostNameAt = 764, kHostVendorAt = 894;
 constexpr size_t kHostIpv6LocalAddressSize = 45;
 // OfflineHost.
 constexpr size_t kOfflineUtcDowntimeAt = 0, kOfflineMacAt = 8;

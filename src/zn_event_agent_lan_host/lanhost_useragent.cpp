@@ -38,10 +38,7 @@ struct DevtypeWords {
     const char *words[4]; // ends at the first null
 };
 constexpr DevtypeWords kDevtypeWords[] = {
-    {1, {"Phone", "Mobi", "Android"}},
-    {2, {"Pad"}},
-    {3, {"Mac", "Windows", "Moz"}},
-    {4, {"STB"}},
+    {1, {"Phone", "Mobi", "Android"}},           {2, {"Pad"}}, {3, {"Mac", "Windows", "Moz"}}, {4, {"STB"}},
     {5, {"AN1202L", "360T6M", "CMCC", "E1600"}},
 };
 

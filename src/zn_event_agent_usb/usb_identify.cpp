@@ -28,8 +28,8 @@ struct ClassRule {
     const char *devClass;
 };
 constexpr ClassRule kClassRules[] = {
-    {true, "", "USB_STORAGE"},     {false, "tty", "USB_SERIAL"}, {false, "cdc", "USB_CDC_ACM"},
-    {false, "input", "USB_HID"},   {false, "lp", "USB_PRINTER"},
+    {true, "", "USB_STORAGE"},   {false, "tty", "USB_SERIAL"}, {false, "cdc", "USB_CDC_ACM"},
+    {false, "input", "USB_HID"}, {false, "lp", "USB_PRINTER"},
 };
 
 // From the USB bus in a sysfs path to the physical port: buses 1 and 2 are
@@ -56,9 +56,8 @@ struct TextAttr {
     const char *name;
     char (usbDevEntry::*field)[64];
 };
-constexpr TextAttr kTextAttrs[] = {{"manufacturer", &usbDevEntry::manufacturer},
-                                   {"product", &usbDevEntry::product},
-                                   {"serial", &usbDevEntry::serial}};
+constexpr TextAttr kTextAttrs[] = {
+    {"manufacturer", &usbDevEntry::manufacturer}, {"product", &usbDevEntry::product}, {"serial", &usbDevEntry::serial}};
 
 } // namespace
 

@@ -17,8 +17,8 @@
 namespace {
 
 constexpr uint32_t kOidHosts = 155, kOidHost = 156, kOidOfflineHost = 159;
-constexpr int kMaxIndex = 255;               // both tables hold indexes 1 to 255
-constexpr size_t kHostsCounterOffset = 8;    // moves on every change under Hosts
+constexpr int kMaxIndex = 255;            // both tables hold indexes 1 to 255
+constexpr size_t kHostsCounterOffset = 8; // moves on every change under Hosts
 constexpr const char kPortPrefix[] = "InternetGatewayDevice.LANDevice.1.";
 constexpr useconds_t kWatchPollUs = 200 * 1000;
 
@@ -27,7 +27,7 @@ enum class Kind { Text, Mac, U32, I32, Bool };
 struct Field {
     const char *name; // the store's parameter name, also the JSON key
     Kind kind;
-    bool offline;     // present in OfflineHost objects too
+    bool offline; // present in OfflineHost objects too
 };
 
 constexpr Field kFields[] = {
@@ -78,12 +78,18 @@ std::string field_text(zns_xml_handle_t *h, uint32_t oid, zns_ia_t ia, const Fie
         v.text[sizeof v.text - 1] = '\0';
         return v.text;
     case Kind::Mac:
-        snprintf(out, sizeof out, "%02x:%02x:%02x:%02x:%02x:%02x", v.mac[0], v.mac[1], v.mac[2], v.mac[3],
-                 v.mac[4], v.mac[5]);
+        snprintf(out, sizeof out, "%02x:%02x:%02x:%02x:%02x:%02x", v.mac[0], v.mac[1], v.mac[2], v.mac[3], v.mac[4],
+                 v.mac[5]);
         return out;
-    case Kind::U32: snprintf(out, sizeof out, "%u", v.u32); return out;
-    case Kind::I32: snprintf(out, sizeof out, "%d", v.i32); return out;
-    case Kind::Bool: snprintf(out, sizeof out, "%u", v.byte); return out;
+    case Kind::U32:
+        snprintf(out, sizeof out, "%u", v.u32);
+        return out;
+    case Kind::I32:
+        snprintf(out, sizeof out, "%d", v.i32);
+        return out;
+    case Kind::Bool:
+        snprintf(out, sizeof out, "%u", v.byte);
+        return out;
     }
     return "";
 }
@@ -122,9 +128,8 @@ struct Utf8Lead {
     uint8_t second_lo, second_hi;
 };
 constexpr Utf8Lead kUtf8Leads[] = {
-    {0xc2, 0xdf, 2, 0x80, 0xbf}, {0xe0, 0xe0, 3, 0xa0, 0xbf}, {0xe1, 0xec, 3, 0x80, 0xbf},
-    {0xed, 0xed, 3, 0x80, 0x9f}, {0xee, 0xef, 3, 0x80, 0xbf}, {0xf0, 0xf0, 4, 0x90, 0xbf},
-    {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f},
+    {0xc2, 0xdf, 2, 0x80, 0xbf}, {0xe0, 0xe0, 3, 0xa0, 0xbf}, {0xe1, 0xec, 3, 0x80, 0xbf}, {0xed, 0xed, 3, 0x80, 0x9f},
+    {0xee, 0xef, 3, 0x80, 0xbf}, {0xf0, 0xf0, 4, 0x90, 0xbf}, {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f},
 };
 
 // The bytes at s that make a whole UTF-8 sequence of two or more bytes, with
@@ -201,8 +206,8 @@ std::string port_text(const std::string &path) {
         {"LANEthernetInterfaceConfig.", "LAN "},
         {"WLANConfiguration.", "WLAN "},
     };
-    std::string rest = path.compare(0, sizeof kPortPrefix - 1, kPortPrefix) == 0 ? path.substr(sizeof kPortPrefix - 1)
-                                                                                   : path;
+    std::string rest =
+        path.compare(0, sizeof kPortPrefix - 1, kPortPrefix) == 0 ? path.substr(sizeof kPortPrefix - 1) : path;
     for (const Short &s : kShort)
         if (rest.compare(0, strlen(s.object), s.object) == 0)
             return s.label + rest.substr(strlen(s.object));

@@ -29,9 +29,9 @@ struct CallSite {
 // The lines of a helper carry the name of the function whose work it does,
 // so that each line reads as written by that function. _FOR takes the name
 // as text; _AS takes the function itself.
-#define LANHOST_LOG_FOR(name, level, ...) zn_event_lanhost_log(0, (level), (name), __LINE__, __VA_ARGS__)
+#define LANHOST_LOG_FOR(name, level, ...)    zn_event_lanhost_log(0, (level), (name), __LINE__, __VA_ARGS__)
 #define LANHOST_LOG_AS(function, level, ...) LANHOST_LOG_FOR(ZN_FUNCTION_NAME(function), level, __VA_ARGS__)
-#define ZN_LOG_AS(function, level, ...) \
+#define ZN_LOG_AS(function, level, ...)                                                                                \
     zns_log_print(__FILE__, ZN_FUNCTION_NAME(function), __LINE__, (level), __VA_ARGS__)
 // The name of a function of this program, which must exist.
 #define ZN_FUNCTION_NAME(function) (static_cast<void>(&(function)), #function)
@@ -55,7 +55,13 @@ void agent_console(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // Platform debug log, guarded by the level the platform exports: errors
 // above 0, debug lines above 2.
-#define ZN_DBG_ERROR(...) \
-    do { if (libzn_DbgLevel > 0) libzn_logPrint("libzn Error", __FILE__, __func__, __LINE__, __VA_ARGS__); } while (0)
-#define ZN_DBG_DEBUG(...) \
-    do { if (libzn_DbgLevel > 2) libzn_logPrint("libzn Debug", __FILE__, __func__, __LINE__, __VA_ARGS__); } while (0)
+#define ZN_DBG_ERROR(...)                                                                                              \
+    do {                                                                                                               \
+        if (libzn_DbgLevel > 0)                                                                                        \
+            libzn_logPrint("libzn Error", __FILE__, __func__, __LINE__, __VA_ARGS__);                                  \
+    } while (0)
+#define ZN_DBG_DEBUG(...)                                                                                              \
+    do {                                                                                                               \
+        if (libzn_DbgLevel > 2)                                                                                        \
+            libzn_logPrint("libzn Debug", __FILE__, __func__, __LINE__, __VA_ARGS__);                                  \
+    } while (0)
