@@ -75,6 +75,7 @@ bool take_line(ByteCursor &rest, ByteCursor *text) {
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter): keep_head writes the line through Search
 bool lanhost_lease_first_line(const char *address, const char *path, char *line, size_t size) {
     const UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     Search s{address, strlen(address), line, size, false, false, false};
