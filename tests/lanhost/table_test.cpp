@@ -1,26 +1,9 @@
-// The host table's lists and the address helpers where a slip is easy.
+// The address helpers where a slip is easy, and which ports are bridged.
 
 #include "lanhost_port.h"
 #include "tracker.h"
 
 using namespace zntest;
-
-// Host records are found by MAC text in any case (the tests of each path use
-// both); pending requests only by the exact text. Text fields are cut to fit
-// where the paths fill them (dhcp_test).
-TEST(HostTable, RequestsAreFoundByExactTextAndMacTextByItsDigits) {
-    auto *e = static_cast<dhcpRequestEntry *>(calloc(1, sizeof(dhcpRequestEntry)));
-    lanhost_copy_text(e->macAddr, "aa:bb:cc:00:00:03");
-    dhcpRequestListHead = e;
-    EXPECT_EQ(list_find_dhcpRequestEntry("AA:BB:CC:00:00:03"), nullptr);
-    EXPECT_EQ(list_find_dhcpRequestEntry("aa:bb:cc:00:00:03"), e);
-    list_del_dhcpRequestEntry(e);
-    EXPECT_EQ(dhcpRequestListHead, nullptr);
-
-    uint8_t mac[6];
-    macStr_to_bytes(mac, "0a:Bc:zz:10:ff:7G");
-    EXPECT_EQ(memcmp(mac, "\x0a\xbc\x00\x10\xff\x70", 6), 0) << "non-hex digits count as 0";
-}
 
 TEST(HostTable, Ipv6AddressesClassifyAndCompare) {
     const std::tuple<const char *, uint32_t> cases[] = {

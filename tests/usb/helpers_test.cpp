@@ -25,15 +25,6 @@ TEST(UsbHelpers, PathCutEndsAtTheUsbDevice) {
         EXPECT_EQ(usbDevPathCut(r.path.data()), r.cut) << r.path;
 }
 
-TEST(UsbHelpers, DigitsParseReadsDecimalUpToTheFirstOtherCharacter) {
-    const struct {
-        const char *text;
-        uint32_t value;
-    } rows[] = {{"0100", 100}, {"01a0", 1}, {"", 0}, {" \t42", 42}, {"x1", 0}, {"4294967295", 4294967295u}};
-    for (const auto &r : rows)
-        EXPECT_EQ(usbDigitsParse(r.text), r.value) << r.text;
-}
-
 TEST(UsbHelpers, ListRewriteDropsEveryLineOfTheIdAndNoOther) {
     const std::string file = "1, /dev/sda1\n10, /dev/sdb1\n1, /dev/sdc1\n2, /dev/ttyUSB0";
     const struct {
