@@ -52,35 +52,21 @@ struct SocketStep {
     int (*init)(int *fd);
 };
 
+// The set-up calls that also fill in an address, which the loop has no use for.
+template <typename Addr, int (*Init)(int *, Addr *)> int without_addr(int *fd) {
+    Addr a;
+    return Init(fd, &a);
+}
+
 constexpr SocketStep kSocketSteps[kSocketCount] = {
-    {"neighbor sock", 1,
-     [](int *fd) {
-         sockaddr_nl a;
-         return zn_event_neighbor_netlink_sock_init(fd, &a);
-     }},
-    {"http sock", 3,
-     [](int *fd) {
-         sockaddr_nl a;
-         return zn_event_httpAgent_netlink_sock_init(fd, &a);
-     }},
-    {"dhcp sock", 3,
-     [](int *fd) {
-         sockaddr_un a;
-         return zn_event_dhcp_unix_sock_init(fd, &a);
-     }},
+    {"neighbor sock", 1, without_addr<sockaddr_nl, zn_event_neighbor_netlink_sock_init>},
+    {"http sock", 3, without_addr<sockaddr_nl, zn_event_httpAgent_netlink_sock_init>},
+    {"dhcp sock", 3, without_addr<sockaddr_un, zn_event_dhcp_unix_sock_init>},
     {"arp ping sock", 3, zn_event_arpPing_raw_sock_init},
     {"bridge dhcp sock", 3, zn_event_bridge_dhcp_sock_init},
     {"ipv6 icmpv6 sock", 3, zn_event_icmpv6_raw_sock_init},
-    {"dhcp6s address socket", 3,
-     [](int *fd) {
-         sockaddr_un a;
-         return zn_event_dhcp6s_address_sock_init(fd, &a);
-     }},
-    {"radvd address socket", 3,
-     [](int *fd) {
-         sockaddr_un a;
-         return zn_event_radvd_address_sock_init(fd, &a);
-     }},
+    {"dhcp6s address socket", 3, without_addr<sockaddr_un, zn_event_dhcp6s_address_sock_init>},
+    {"radvd address socket", 3, without_addr<sockaddr_un, zn_event_radvd_address_sock_init>},
 };
 
 // The read callbacks, in their order of registration, which is not that of creation.
