@@ -133,11 +133,11 @@ TEST(Device, ButtonTasksActOnTheStore) {
          "SSID.5.WPS.X_ZN_Action=0\n", kOut, "WPS can not be triggered because current setting is not match!"},
         {wifi + "5.WPS X_ZN_Action uint 0 && znsUtil -s InternetGatewayDevice.X_ZN_Mesh Enable bool 1"s, "wps tap 0",
          "X_ZN_Mesh.OnboardingTrigger=1\n", "SSID.5.WPS.X_ZN_Action=0\n", kOut, "btn_handler(): *** WPS TRIGGER ***"},
+        {"znsUtil -s InternetGatewayDevice.X_ZN_SystemConfig ResetType uint 0", "reset hold 10000", "", "", kOut,
+         "btn_handler(): *** recv BTN_EVENT_FACTORY_DEFAULT ***"},
         // The combined button's last hold of 3 s is cleared at the press: a tap switches Wi-Fi.
         {"true", "wlan-wps tap 0", "WiFi.X_ZN_Enable=0\n", "", saved, "WiFi.X_ZN_Enable=0\n"},
         {"true", "led tap 0", "X_ZN_LED.Leds_Turnoff=1\n", "", saved, "X_ZN_LED.Leds_Turnoff=1\n"},
-        {"znsUtil -s InternetGatewayDevice.X_ZN_SystemConfig ResetType uint 0", "reset hold 10000", "", "", kOut,
-         "btn_handler(): *** recv BTN_EVENT_FACTORY_DEFAULT ***"},
     };
     sh("zncli log set zns_event_agent 4"); // for the trigger lines
     restart_agent();
