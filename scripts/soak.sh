@@ -6,7 +6,8 @@
 #
 #   scripts/soak.sh [--asan] [MINUTES]
 #
-# --asan (or SOAK_BUILD=DIR) runs the agent of build-asan (or DIR).
+# --asan (or SOAK_BUILD=DIR) runs the agent of build-asan (or DIR);
+# SOAK_ASAN_OPTIONS adds sanitizer options to the soak's own.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,8 +20,11 @@ if [ "${VGW_INSIDE:-}" != 1 ]; then
     # Freed memory stays in ASan's quarantine (the global one and one per
     # thread) and counts in RSS: keep it small, so that RSS shows the
     # agent's memory more than the sanitizer's.
+    # SOAK_ASAN_OPTIONS is appended; with
+    # malloc_context_size=0:quarantine_size_mb=0:thread_local_quarantine_size_kb=0
+    # RSS stays near the agent's own memory (tests/README.md, Soak).
     export VGW_BUILD=$PWD/$build \
-        ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:quarantine_size_mb=1:thread_local_quarantine_size_kb=64 \
+        ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:quarantine_size_mb=1:thread_local_quarantine_size_kb=64${SOAK_ASAN_OPTIONS:+:$SOAK_ASAN_OPTIONS} \
         UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
     exec tools/vgw/vgw run -- bash scripts/soak.sh "${1:-60}"
 fi
