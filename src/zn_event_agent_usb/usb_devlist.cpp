@@ -1,5 +1,6 @@
 #include "usb_devlist.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cstring>
 
 #include "agent_log.h"
+#include "unique_fd.h"
 #include "usb_list.h"
 #include "usb_sysfs.h"
 #include "znsmsg.h"
@@ -42,8 +44,7 @@ char *read_all(FILE *f, size_t *len) {
 
 // Writes text to a new file and renames it over the list, rather than
 // rewriting the list in place: a reader never finds it truncated or half
-// written, and when /tmp is full the old list stays whole. 0, or -1 with
-// the list as it was.
+// written. 0, or -1 with the list as it was.
 int replace_list(const char *text, size_t len) {
     FILE *f = fopen(kUsbDevListNewFile, "w");
     if (!f) {
@@ -54,6 +55,18 @@ int replace_list(const char *text, size_t len) {
     if (fclose(f) != 0 || !written || rename(kUsbDevListNewFile, kUsbDevListFile) != 0) {
         ZN_LOG(1, "write %s fail\n", kUsbDevListFile);
         unlink(kUsbDevListNewFile);
+        return -1;
+    }
+    return 0;
+}
+
+// With /tmp full there is no room for a new file, but a list that only
+// shrinks fits in its own blocks: rewritten in place then, so that the gone
+// device's line leaves and its freed id is never listed twice.
+int shrink_list_in_place(const char *text, size_t len) {
+    const UniqueFd fd(open(kUsbDevListFile, O_WRONLY | O_CLOEXEC));
+    if (!fd || pwrite(fd.get(), text, len, 0) != ssize_t(len) || ftruncate(fd.get(), off_t(len)) != 0) {
+        ZN_LOG(1, "rewrite %s in place fail\n", kUsbDevListFile);
         return -1;
     }
     return 0;
@@ -120,7 +133,7 @@ int delFromUsbDevListFile2(const char *line) {
         return -1;
     }
     bool dropped = usbDevListDropId(text, &len, usbDigitsParse(line));
-    const int replaced = replace_list(text, len);
+    const int replaced = replace_list(text, len) == 0 || shrink_list_in_place(text, len) == 0 ? 0 : -1;
     free(text);
     return replaced == 0 ? (dropped ? 1 : 0) : -1;
 }

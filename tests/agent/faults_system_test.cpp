@@ -33,11 +33,12 @@ TEST(Faults, AroundTheAgentLoseNoLineAndBlockNoWorker) {
     const struct {
         std::string fault, left, valid, served;
     } rows[] = {
-        // /tmp full to the last block with two sticks listed: the failed rewrite leaves the list whole.
+        // /tmp full to the last block with two sticks listed: no room for a new list, the old one shrinks.
         {"vgw usb plug sda1 && vgw usb plug sdb1 && timeout 10 sh -c 'until [ \"$(grep -c sd" + list + ")\" = 2 ]; do "
          "sleep 0.1; done' && mount -o remount,size=$(($(df -k --output=used /tmp | tail -1) + 64))k /tmp && "
          "{ dd if=/dev/zero of=/tmp/fill bs=4k 2>/dev/null || true; } && vgw usb unplug sda1",
-         "grep -q 'write /tmp/usbDevListMore fail' /var/agent.out && grep -q '^2, /dev/sdb1, .*, 0$'" + list,
+         "grep -q 'write /tmp/usbDevListMore fail' /var/agent.out && grep -q '^2, /dev/sdb1, .*, 0$'" + list +
+             " && ! grep -q sda1" + list + " && grep -q '^1301 .*sda1' /var/bus.out",
          "vgw usb plug sdc1", "grep -q 'usb storage mount fail' /var/agent.out"},
         // ... and a third stick whose mount point can't be learnt: no line, no event 1300.
         {"true", "! grep -q sdc" + list + " && ! grep -q '^1300 .*sdc' /var/bus.out",
