@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "agent_log.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -19,24 +20,20 @@ constexpr time_t kWaitSeconds = 5;
 } // namespace
 
 int zn_event_dgram_sock_init(const char *path) {
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (fd < 0)
+    UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM, 0));
+    if (!fd)
         return -1;
     sockaddr_un addr;
     memset(&addr, 0, sizeof addr);
     addr.sun_family = AF_UNIX;
     snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path);
     int size = kRcvBuf;
-    bool ok = setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size) == 0;
-    if (ok) {
-        unlink(path); // a file left by an earlier run would refuse the bind
-        ok = bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) == 0;
-    }
-    if (!ok) {
-        close(fd);
+    if (setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size) != 0)
         return -1;
-    }
-    return fd;
+    unlink(path); // a file left by an earlier run would refuse the bind
+    if (bind(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0)
+        return -1;
+    return fd.release();
 }
 
 bool zn_event_dgram_read(int fd, char (&buf)[kAgentDgramSize], CallSite caller) {
